@@ -2,10 +2,15 @@
 // padded to four bytes at 40 + GetDibPalSize. Header fields are little-endian and read byte-wise.
 #pragma once
 
+#include <cfloat>
 #include <cstdint>
 #include <cstring>
 
 #include "tz3effect.h"
+
+// Single-precision values stay single and double sums stay double only when the compiler evaluates
+// each type in its own precision (SSE, not x87).
+static_assert(FLT_EVAL_METHOD == 0, "floating point must be evaluated in each type's own precision");
 
 namespace tz3 {
 

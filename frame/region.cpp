@@ -7,6 +7,19 @@
 #include "platform/raster.h"
 
 namespace tz3 {
+namespace {
+
+// Below 0 becomes 0, then above max becomes max: defined even for an image with no rows.
+int32_t ClampEdge(int32_t v, int32_t max) {
+    if (v < 0) v = 0;
+    if (v > max) v = max;
+    return v;
+}
+
+// w - 1 without overflow for any width the header may claim.
+int32_t LastIndex(int32_t size) { return static_cast<int32_t>(static_cast<int64_t>(size) - 1); }
+
+}  // namespace
 
 int32_t CheckMaskFits(const uint8_t *dib, const uint8_t *mask) {
     if (DibWidth(dib) == DibWidth(mask) && DibHeight(dib) == DibHeight(mask) && DibBitCount(mask) == 1) return 1;
@@ -26,8 +39,8 @@ OwnedBlock ClipPolygon(const Tz3Point *points, int32_t count, int32_t maxX, int3
     auto *out = reinterpret_cast<Tz3Point *>(copy.bytes());
     for (int32_t i = 0; i < count; ++i) {
         // Points outside move onto the edge, so the shape bends there rather than being cut.
-        const int32_t x = std::clamp(points[i].x, 0, maxX);
-        const int32_t y = std::clamp(points[i].y, 0, maxY);
+        const int32_t x = ClampEdge(points[i].x, maxX);
+        const int32_t y = ClampEdge(points[i].y, maxY);
         out[i] = Tz3Point{x, y};
         *x0 = std::min(*x0, x);
         *y0 = std::min(*y0, y);
@@ -53,10 +66,10 @@ OwnedBlock ClipPolygon(const Tz3Point *points, int32_t count, int32_t maxX, int3
 
 Tz3Rect ClipRectCorners(int32_t left, int32_t top, int32_t right, int32_t bottom, int32_t maxX, int32_t maxY,
                         int32_t *x0, int32_t *y0, int32_t *x1, int32_t *y1, int32_t inside) {
-    left = std::clamp(left, 0, maxX);
-    right = std::clamp(right, 0, maxX);
-    top = std::clamp(top, 0, maxY);
-    bottom = std::clamp(bottom, 0, maxY);
+    left = ClampEdge(left, maxX);
+    right = ClampEdge(right, maxX);
+    top = ClampEdge(top, maxY);
+    bottom = ClampEdge(bottom, maxY);
     if (left > right) std::swap(left, right);
     if (top > bottom) std::swap(top, bottom);
     if (inside == 0) {
@@ -74,12 +87,12 @@ Tz3Rect ClipRectCorners(int32_t left, int32_t top, int32_t right, int32_t bottom
 }
 
 void ClampFourCoords(const uint8_t *dib, int32_t *p, int32_t *q, int32_t *r, int32_t *s) {
-    const int32_t maxX = DibWidth(dib) - 1;
-    const int32_t maxY = DibHeight(dib) - 1;
-    *p = std::clamp(*p, 0, std::max(maxX, 0));
-    *r = std::clamp(*r, 0, std::max(maxX, 0));
-    *q = std::clamp(*q, 0, std::max(maxY, 0));
-    *s = std::clamp(*s, 0, std::max(maxY, 0));
+    const int32_t maxX = LastIndex(DibWidth(dib));
+    const int32_t maxY = LastIndex(DibHeight(dib));
+    *p = ClampEdge(*p, maxX);
+    *r = ClampEdge(*r, maxX);
+    *q = ClampEdge(*q, maxY);
+    *s = ClampEdge(*s, maxY);
 }
 
 int32_t InvertMaskBits(DibHandle mask, int32_t stride) {
@@ -104,6 +117,10 @@ int32_t InvertMaskBits(DibHandle mask, int32_t stride) {
 
 DibHandle MakeRegionMask(int32_t width, int32_t height, uint8_t kind, const Tz3Point *points, int32_t count,
                          int32_t l, int32_t t, int32_t r, int32_t b, int32_t inside) {
+    if (width < 1 || height < 1) {
+        SetErrorStatus(TZ3_BAD_PARAMETER);
+        return nullptr;
+    }
     const int32_t stride = DibRowBytes(1, width);
     const uint64_t size = static_cast<uint64_t>(static_cast<uint32_t>(stride)) * static_cast<uint64_t>(height) +
                           kMaskHeadBytes;
@@ -141,8 +158,8 @@ DibHandle MakeRegionMask(int32_t width, int32_t height, uint8_t kind, const Tz3P
 bool ResolveRegion(const uint8_t *dib, const RegionArgs &args, ResolvedRegion &out) {
     const int32_t width = DibWidth(dib);
     const int32_t height = DibHeight(dib);
-    const int32_t maxX = width - 1;
-    const int32_t maxY = height - 1;
+    const int32_t maxX = LastIndex(width);
+    const int32_t maxY = LastIndex(height);
     RegionBox &box = out.box;
     box = RegionBox{0, 0, maxX, maxY};
     Tz3Rect draw{0, 0, 0, 0};
@@ -165,18 +182,25 @@ bool ResolveRegion(const uint8_t *dib, const RegionArgs &args, ResolvedRegion &o
         case kRegionWhole:
             return true;
         case kRegionPolygon:
+            if (width < 1 || height < 1) break;
             box = RegionBox{maxX, maxY, 0, 0};
             out.points = ClipPolygon(args.points, args.count, maxX, maxY, &box.x0, &box.y0, &box.x1, &box.y1,
                                      args.inside);
             if (!out.points) return false;
             break;
         case kRegionEllipse:
+            if (width < 1 || height < 1) break;
             draw = ClipRectCorners(args.rect.left, args.rect.top, args.rect.right, args.rect.bottom, maxX, maxY,
                                    &box.x0, &box.y0, &box.x1, &box.y1, args.inside);
             break;
         default:
             SetErrorStatus(TZ3_BAD_PARAMETER);
             return false;
+    }
+    // A shape on an image without pixels has no mask to draw; the size is refused as a parameter.
+    if (width < 1 || height < 1) {
+        SetErrorStatus(TZ3_BAD_PARAMETER);
+        return false;
     }
     DibHandle made = MakeRegionMask(box.x1 - box.x0 + 1, box.y1 - box.y0 + 1, args.kind,
                                     reinterpret_cast<const Tz3Point *>(out.points.bytes()), args.count, draw.left,
