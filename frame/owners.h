@@ -81,6 +81,13 @@ public:
     OwnedBlock() = default;
     // Takes h (which may be null) and locks it; bytes() is null when either failed.
     explicit OwnedBlock(DibHandle h) : owner_(h), lock_(h) {}
+    OwnedBlock(OwnedBlock &&) noexcept = default;
+    // The block held before is unlocked before it is freed.
+    OwnedBlock &operator=(OwnedBlock &&o) noexcept {
+        lock_ = std::move(o.lock_);
+        owner_ = std::move(o.owner_);
+        return *this;
+    }
     uint8_t *bytes() const { return lock_.bytes(); }
     DibHandle handle() const { return owner_.get(); }
     explicit operator bool() const { return lock_.bytes() != nullptr; }
