@@ -1,6 +1,7 @@
 // Image helpers: the block check, the format test, the gray palette test and the clone.
 #include "frame/dib.h"
 
+#include <algorithm>
 #include <cstdlib>
 
 #include "frame/owners.h"
@@ -115,17 +116,31 @@ DibHandle CloneDib(const uint8_t *dib, int32_t width, int32_t height, int32_t wi
         SetErrorStatus(TZ3_BAD_PARAMETER);
         return nullptr;
     }
-    const int32_t stride = DibRowBytes(bitCount, width);
-    const uint64_t head = kHeaderBytes + static_cast<uint64_t>(GetDibPalSize(dib));
-    const uint64_t total = head + static_cast<uint64_t>(static_cast<uint32_t>(stride)) * static_cast<uint64_t>(height);
-    if (stride <= 0) {
+    // A row whose bit count does not fit the signed 32-bit stride rule would get a wrapped stride
+    // (32 x 0x08000001 bits gives 4 bytes), far smaller than the row: refused as a size too large.
+    if (static_cast<int64_t>(bitCount) * width > INT32_MAX) {
         SetErrorStatus(TZ3_NO_MEMORY);
         return nullptr;
     }
+    const int32_t stride = DibRowBytes(bitCount, width);
+    const uint64_t head = kHeaderBytes + static_cast<uint64_t>(GetDibPalSize(dib));
+    const uint64_t total = head + static_cast<uint64_t>(static_cast<uint32_t>(stride)) * static_cast<uint64_t>(height);
     OwnedBlock clone = AllocLocked(total);
     if (!clone) return nullptr;
     uint8_t *out = clone.bytes();
-    std::memcpy(out, dib, static_cast<size_t>(withPixels ? total : head));
+    uint64_t copy = head;
+    if (withPixels) {
+        // The rows are copied as they lie, but never more than the source's own header claims: a
+        // clone larger than its source keeps zero rows past the source's end.
+        const int32_t srcWidth = DibWidth(dib);
+        const bool srcRowsFit = srcWidth > 0 && static_cast<int64_t>(bitCount) * srcWidth <= INT32_MAX;
+        const uint64_t srcRows =
+            srcRowsFit ? static_cast<uint64_t>(DibRowBytes(bitCount, srcWidth)) *
+                             static_cast<uint64_t>(std::llabs(static_cast<int64_t>(DibHeight(dib))))
+                       : 0;
+        copy = std::min(total, head + srcRows);
+    }
+    std::memcpy(out, dib, static_cast<size_t>(copy));
     WriteU32(out + kHeightOffset, static_cast<uint32_t>(height));
     WriteU32(out + kWidthOffset, static_cast<uint32_t>(width));
     WriteU32(out + kSizeImageOffset, static_cast<uint32_t>(static_cast<int64_t>(stride) * height));
