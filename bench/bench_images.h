@@ -34,6 +34,24 @@ inline DibHandle MakePhoto24(int32_t width, int32_t height) {
     return h;
 }
 
+// The 4096 x 4096 24-bit picture every tone benchmark works on, made once per run.
+inline DibHandle Photo4096() {
+    static DibHandle image = MakePhoto24(4096, 4096);
+    return image;
+}
+
+// Runs an operation that returns a new block once per iteration and frees the result.
+template <class Operation>
+void RunOperation(benchmark::State &state, DibHandle source, Operation &&operation) {
+    for (auto _ : state) {
+        DibHandle out = operation();
+        if (out == nullptr) state.SkipWithError("the operation failed");
+        benchmark::DoNotOptimize(out);
+        Tz3GlobalFree(out);
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(Tz3GlobalSize(source)));
+}
+
 // memcpy of a whole block into a freshly allocated one, allocated the way results are.
 inline void MemcpyFresh(benchmark::State &state, DibHandle source) {
     const size_t size = Tz3GlobalSize(source);

@@ -21,11 +21,14 @@ struct Ycc {
 };
 
 // Y, Cr, Cb from the tables, offset 128 added to the chroma sums before truncation (0 for chroma).
+// Every sum lies within -256..512, so the plain conversion truncates it.
 inline Ycc YccFromTables(const YccTables &t, Rgb c, double chromaOffset) {
     const auto at = [&](int32_t n, uint8_t v) { return static_cast<double>(t.t[n][v]); };
-    return Ycc{TruncToInt32(at(kTableYRed, c.r) + at(kTableYGreen, c.g) + at(kTableYBlue, c.b)),
-               TruncToInt32(at(kTableCrRed, c.r) + at(kTableCrGreen, c.g) + at(kTableCrBlue, c.b) + chromaOffset),
-               TruncToInt32(at(kTableCbRed, c.r) + at(kTableCbGreen, c.g) + at(kTableCbBlue, c.b) + chromaOffset)};
+    return Ycc{static_cast<int32_t>(at(kTableYRed, c.r) + at(kTableYGreen, c.g) + at(kTableYBlue, c.b)),
+               static_cast<int32_t>(at(kTableCrRed, c.r) + at(kTableCrGreen, c.g) + at(kTableCrBlue, c.b) +
+                                    chromaOffset),
+               static_cast<int32_t>(at(kTableCbRed, c.r) + at(kTableCbGreen, c.g) + at(kTableCbBlue, c.b) +
+                                    chromaOffset)};
 }
 
 // Palette entries, Y in the order of gamma: red, blue, green.
@@ -47,11 +50,11 @@ constexpr float kCbToBlue = std::bit_cast<float>(0x3FE2D0E5u);   // 1.772
 // Back to red, green, blue; cr and cb have 128 already taken off.
 inline Rgb RgbFromYcc(float y, float cr, float cb) {
     const double yd = y, crd = cr, cbd = cb;
-    const int32_t blue = TruncToInt32(cbd * static_cast<double>(kCbToBlue) + yd);
-    const int32_t green =
-        TruncToInt32(yd - cbd * static_cast<double>(kCbToGreen) - crd * static_cast<double>(kCrToGreen));
-    const int32_t red = TruncToInt32(crd * static_cast<double>(kCrToRed) + yd);
-    return Rgb{Clamp255(red), Clamp255(green), Clamp255(blue)};
+    const uint8_t blue = TruncClamp255(cbd * static_cast<double>(kCbToBlue) + yd);
+    const uint8_t green =
+        TruncClamp255(yd - cbd * static_cast<double>(kCbToGreen) - crd * static_cast<double>(kCrToGreen));
+    const uint8_t red = TruncClamp255(crd * static_cast<double>(kCrToRed) + yd);
+    return Rgb{red, green, blue};
 }
 
 inline Rgb RgbFromYcc(int32_t y, int32_t cr, int32_t cb) {
