@@ -42,7 +42,8 @@ struct YCCGammaOp {
         const int32_t cb = Clamp255(PaletteCb(c, 128.0));
         // 128 is taken off in 64 bits, as on the pixel path: a curve saturated at the bottom of the
         // 32-bit range stays the most negative value instead of wrapping round to a positive one.
-        return RgbFromYcc(static_cast<float>(Curve(y, k[0])), static_cast<float>(static_cast<int64_t>(Curve(cr, k[1])) - 128),
+        return RgbFromYcc(static_cast<float>(Curve(y, k[0])),
+                          static_cast<float>(static_cast<int64_t>(Curve(cr, k[1])) - 128),
                           static_cast<float>(static_cast<int64_t>(Curve(cb, k[2])) - 128));
     }
 };

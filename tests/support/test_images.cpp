@@ -70,6 +70,32 @@ std::vector<uint8_t> RandomDib(std::mt19937 &rng, int width, int height, int bit
     return d;
 }
 
+std::vector<uint8_t> RandomPaletteDib(std::mt19937 &rng, int width, int height, int bitCount, uint32_t clrUsed) {
+    std::vector<uint8_t> d = MakeDibBytes(width, height, bitCount, clrUsed);
+    for (size_t i = 40; i < d.size(); ++i) d[i] = BiasedByte(rng);
+    return d;
+}
+
+int32_t ImageWidth(const std::vector<uint8_t> &dib) { return static_cast<int32_t>(Field32(dib, 4)); }
+int32_t ImageHeight(const std::vector<uint8_t> &dib) { return static_cast<int32_t>(Field32(dib, 8)); }
+
+uint16_t WordAt(const std::vector<uint8_t> &bytes, size_t at) {
+    return static_cast<uint16_t>(bytes[at] | (bytes[at + 1] << 8));
+}
+
+uint32_t Field32(const std::vector<uint8_t> &bytes, size_t at) {
+    uint32_t v;
+    std::memcpy(&v, &bytes[at], 4);
+    return v;
+}
+
+void SetField32(std::vector<uint8_t> &bytes, size_t at, uint32_t value) { std::memcpy(&bytes[at], &value, 4); }
+
+bool IsUnlocked(DibHandle h) {
+    if (Tz3GlobalLock(h) == nullptr) return false;
+    return Tz3GlobalUnlock(h) == 0;
+}
+
 std::vector<uint8_t> RandomMask(std::mt19937 &rng, int width, int height) {
     std::vector<uint8_t> m = MakeDibBytes(width, height, 1);
     m[44] = m[45] = m[46] = 255;

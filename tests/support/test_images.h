@@ -26,6 +26,20 @@ std::vector<uint8_t> FromBlock(DibHandle h);
 // images are 5-5-5 (biCompression 0) unless is565, which stores the 5-6-5 bit fields.
 std::vector<uint8_t> RandomDib(std::mt19937 &rng, int width, int height, int bitCount, bool is565 = false);
 
+// A palette image whose table has `clrUsed` random entries (biClrUsed = clrUsed, 0 for the full
+// table of the depth) and whose pixel bytes are random, so indices may point past a short table.
+std::vector<uint8_t> RandomPaletteDib(std::mt19937 &rng, int width, int height, int bitCount, uint32_t clrUsed);
+
+// Header fields and little-endian values of an image held as bytes.
+int32_t ImageWidth(const std::vector<uint8_t> &dib);
+int32_t ImageHeight(const std::vector<uint8_t> &dib);
+uint16_t WordAt(const std::vector<uint8_t> &bytes, size_t at);
+uint32_t Field32(const std::vector<uint8_t> &bytes, size_t at);
+void SetField32(std::vector<uint8_t> &bytes, size_t at, uint32_t value);
+
+// True when no lock of the block is held: one more lock and unlock leaves it unlocked.
+bool IsUnlocked(DibHandle h);
+
 // A 1-bit mask of the given size with random bits.
 std::vector<uint8_t> RandomMask(std::mt19937 &rng, int width, int height);
 
