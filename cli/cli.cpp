@@ -1,6 +1,7 @@
 #include "cli.h"
 
 #include <cerrno>
+#include <cmath>
 #include <cstdlib>
 
 #include "tz3effect.h"
@@ -102,6 +103,57 @@ DibOwner TakeResult(DibHandle result, const char *command) {
     throw Failure(
         std::string(command) + ": " + StatusText(status) + " (status " + std::to_string(status) + ")",
         status == 1 ? kExitCancelled : kExitFailure);
+}
+
+}  // namespace tz3cli
+
+namespace tz3cli {
+namespace {
+
+// The slot of the option the reader is at, or -1.
+int OptionSlot(const ArgReader &reader, const std::vector<std::string> &names) {
+    const std::string name = reader.OptionName();
+    for (size_t i = 0; i < names.size(); ++i) {
+        if (names[i] == name) return static_cast<int>(i);
+    }
+    return -1;
+}
+
+}  // namespace
+
+bool TakeIntOption(ArgReader &reader, const std::vector<std::string> &names, int32_t *values) {
+    const int slot = OptionSlot(reader, names);
+    if (slot < 0) return false;
+    const std::string name = reader.OptionName();
+    std::vector<int32_t> parsed;
+    if (!ParseIntList(reader.TakeValue(), parsed) || parsed.size() != 1) {
+        throw UsageError(name + " needs one whole number");
+    }
+    values[slot] = parsed[0];
+    return true;
+}
+
+bool TakeDoubleOption(ArgReader &reader, const std::vector<std::string> &names, double *values) {
+    const int slot = OptionSlot(reader, names);
+    if (slot < 0) return false;
+    const std::string name = reader.OptionName();
+    const std::string text = reader.TakeValue();
+    char *end = nullptr;
+    errno = 0;
+    const double v = std::strtod(text.c_str(), &end);
+    if (text.empty() || end != text.c_str() + text.size() || errno != 0 || !std::isfinite(v)) {
+        throw UsageError(name + " needs a finite number");
+    }
+    values[slot] = v;
+    return true;
+}
+
+bool TakeFlagOption(ArgReader &reader, const std::vector<std::string> &names, bool *values) {
+    const int slot = OptionSlot(reader, names);
+    if (slot < 0) return false;
+    reader.TakeFlag();
+    values[slot] = true;
+    return true;
 }
 
 }  // namespace tz3cli

@@ -78,6 +78,13 @@ void ExpectPositionals(const std::vector<std::string> &positionals, size_t count
 // Parses a comma-separated list of 32-bit integers ("10,-3,40"); false if any item is not one.
 bool ParseIntList(const std::string &text, std::vector<int32_t> &values);
 
+// Options that each take one number: when the reader is at one of `names`, takes its value into
+// the matching slot of `values` and returns true. Throws UsageError on a malformed number.
+bool TakeIntOption(ArgReader &reader, const std::vector<std::string> &names, int32_t *values);
+bool TakeDoubleOption(ArgReader &reader, const std::vector<std::string> &names, double *values);
+// Flags: when the reader is at one of `names`, sets the matching slot and returns true.
+bool TakeFlagOption(ArgReader &reader, const std::vector<std::string> &names, bool *values);
+
 // The result of a library call, owned; a null result becomes a Failure naming the command, the
 // meaning of Tz3GetErrorStatus and its number, e.g. "rgb-rev: cancelled (status 1)".
 DibOwner TakeResult(DibHandle result, const char *command);
@@ -88,5 +95,12 @@ int RunInfo(const std::vector<std::string> &args);
 int RunSample(const std::vector<std::string> &args);
 int RunConvert(const std::vector<std::string> &args);
 int RunRgbRev(const std::vector<std::string> &args);
+int RunRgbGamma(const std::vector<std::string> &args);
+int RunRgbLevel(const std::vector<std::string> &args);
+int RunYccGamma(const std::vector<std::string> &args);
+int RunYccLevel(const std::vector<std::string> &args);
+int RunYccRev(const std::vector<std::string> &args);
+int RunChroma(const std::vector<std::string> &args);
+int RunSetGray(const std::vector<std::string> &args);
 
 }  // namespace tz3cli

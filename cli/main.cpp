@@ -28,6 +28,18 @@ const Command kCommands[] = {
     {"convert", "IN OUT", false, RunConvert, "copy an image from one file format to the other"},
     {"rgb-rev", "IN OUT [--red] [--green] [--blue]", true, RunRgbRev,
      "reverse the chosen channels (all three when none is given)"},
+    {"rgb-gamma", "IN OUT [--red K] [--green K] [--blue K]", true, RunRgbGamma,
+     "bend each channel by a curve of strength K (positive darkens mid-tones)"},
+    {"rgb-level", "IN OUT [--red N] [--green N] [--blue N]", true, RunRgbLevel,
+     "add N (-255..255) to each channel"},
+    {"ycc-gamma", "IN OUT [--y K] [--cr K] [--cb K]", true, RunYccGamma,
+     "bend luma and the colour differences by curves of strength K"},
+    {"ycc-level", "IN OUT [--y N] [--cr N] [--cb N]", true, RunYccLevel,
+     "add N (-255..255) to luma and the colour differences"},
+    {"ycc-rev", "IN OUT [--y] [--cr] [--cb]", true, RunYccRev,
+     "reverse luma and/or the colour differences (all three when none is given)"},
+    {"chroma", "IN OUT --amount N", true, RunChroma, "change saturation by N percent (-100..1000)"},
+    {"set-gray", "IN OUT", false, RunSetGray, "the gray version of the image at its own depth"},
 };
 
 std::string UsageLine(const Command &command) {

@@ -20,3 +20,12 @@ run rgb-rev-red.png rgb-rev "$out/sample.bmp" "$out/rgb-rev-red.png" --red
 run rgb-rev-ellipse.png rgb-rev "$out/sample.bmp" "$out/rgb-rev-ellipse.png" --ellipse 120,80,520,400
 run rgb-rev-outside-polygon.png rgb-rev "$out/sample.bmp" "$out/rgb-rev-outside-polygon.png" \
   --polygon 320,40,600,440,40,440 --outside
+run rgb-gamma.png rgb-gamma "$out/sample.bmp" "$out/rgb-gamma.png" --red 0.8 --green 0.4 --blue -0.6
+run rgb-level.png rgb-level "$out/sample.bmp" "$out/rgb-level.png" --red 60 --green -30 --blue 0
+run ycc-gamma.png ycc-gamma "$out/sample.bmp" "$out/ycc-gamma.png" --y 0.7 --cr -0.3 --cb 0.3
+run ycc-level.png ycc-level "$out/sample.bmp" "$out/ycc-level.png" --y 40 --cr 20 --cb -20
+run ycc-rev.png ycc-rev "$out/sample.bmp" "$out/ycc-rev.png" --y
+run ycc-rev-chroma.png ycc-rev "$out/sample.bmp" "$out/ycc-rev-chroma.png" --cr --cb --ellipse 80,60,560,420
+run chroma-gray.png chroma "$out/sample.bmp" "$out/chroma-gray.png" --amount -100
+run chroma-vivid.png chroma "$out/sample.bmp" "$out/chroma-vivid.png" --amount 150 --polygon 0,0,640,0,0,480
+run set-gray.png set-gray "$out/sample.bmp" "$out/set-gray.png"
