@@ -1,0 +1,26 @@
+#!/usr/bin/env bash
+# The shared library exports its C interface and nothing else: every defined dynamic symbol is one
+# of the names of include/tz3effect.h, and each memory, status and tone function is among them.
+set -euo pipefail
+lib=$1
+header=$2
+exported=$(nm -D --defined-only "$lib" | awk '$2 ~ /^[TWDBR]$/ {print $3}' | sort -u)
+declared=$(grep -oE '\b(TZ3|Tz3)[A-Za-z0-9]+\(' "$header" | tr -d '(' | sort -u)
+status=0
+for name in $exported; do
+  if ! grep -qx "$name" <<<"$declared"; then
+    echo "exported but not in the interface: $name"
+    status=1
+  fi
+done
+for name in Tz3GlobalAlloc Tz3GlobalLock Tz3GlobalUnlock Tz3GlobalFree Tz3GlobalSize Tz3GlobalHandle \
+            Tz3LiveBlocks Tz3SetAllocator Tz3GetErrorStatus Tz3SetProgressHandler Tz3SetDialogHandlers \
+            TZ3RGBRev TZ3RGBGamma TZ3RGBLevel TZ3YCCGamma TZ3YCCLevel TZ3YCCRev TZ3Chroma TZ3SetGray; do
+  if ! grep -qx "$name" <<<"$exported"; then
+    echo "missing from the library's exports: $name"
+    status=1
+  fi
+done
+count=$(wc -w <<<"$exported")
+echo "$count symbols exported, all from the interface"
+exit $status
