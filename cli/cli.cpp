@@ -138,10 +138,12 @@ bool TakeDoubleOption(ArgReader &reader, const std::vector<std::string> &names, 
     if (slot < 0) return false;
     const std::string name = reader.OptionName();
     const std::string text = reader.TakeValue();
+    // Decimal digits, sign, point and exponent only: no spaces, no hexadecimal, no "nan" or "inf".
+    // An overflow comes back infinite; an underflow is still a finite number.
     char *end = nullptr;
-    errno = 0;
     const double v = std::strtod(text.c_str(), &end);
-    if (text.empty() || end != text.c_str() + text.size() || errno != 0 || !std::isfinite(v)) {
+    if (text.empty() || text.find_first_not_of("0123456789+-.eE") != std::string::npos ||
+        end != text.c_str() + text.size() || !std::isfinite(v)) {
         throw UsageError(name + " needs a finite number");
     }
     values[slot] = v;
