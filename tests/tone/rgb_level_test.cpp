@@ -6,6 +6,8 @@
 #include <climits>
 
 #include "support/test_images.h"
+#include "support/tone_harness.h"
+#include "support/tone_reference.h"
 #include "tz3effect.h"
 
 using namespace tz3test;
@@ -18,73 +20,7 @@ DibHandle Level(DibHandle image, DibHandle mask, int32_t kind, int32_t red, int3
     return TZ3RGBLevel(&pair, kind, nullptr, 0, nullptr, 1, red, green, blue, noDialog, 0, 0, 0);
 }
 
-// ---- The reference, written from the rules alone ----
-
-struct Colour {
-    int r, g, b;
-};
-
-int Clamp(int v, int lo, int hi) {
-    return v < lo ? lo : v > hi ? hi : v;
-}
-
-bool Is565(const std::vector<uint8_t> &d) {
-    return Field32(d, 16) == 3 && Field32(d, 40) == 0xF800;
-}
-
-Colour Expand16(uint16_t w, bool is565) {
-    if (is565) return Colour{((w >> 11) & 31) * 255 / 31, ((w >> 5) & 63) * 255 / 63, (w & 31) * 255 / 31};
-    return Colour{((w >> 10) & 31) * 255 / 31, ((w >> 5) & 31) * 255 / 31, (w & 31) * 255 / 31};
-}
-
-uint16_t Pack16(Colour c, bool is565) {
-    if (is565)
-        return static_cast<uint16_t>(((c.r * 31 / 255) << 11) | ((c.g * 63 / 255) << 5) | (c.b * 31 / 255));
-    return static_cast<uint16_t>(((c.r * 31 / 255) << 10) | ((c.g * 31 / 255) << 5) | (c.b * 31 / 255));
-}
-
-// The walk of every tone operation: a palette image has each of its table entries changed and
-// keeps its indices; a direct-colour image has each pixel with a set bit in an image-size mask (or
-// every pixel without one) changed, 16-bit channels expanded before and packed after. The result's
-// biSizeImage is stride x height.
-template <class Rule>
-std::vector<uint8_t> Reference(const std::vector<uint8_t> &src, const std::vector<uint8_t> *mask, Rule rule) {
-    std::vector<uint8_t> out = src;
-    const int bits = src[14];
-    const int w = ImageWidth(src), h = ImageHeight(src);
-    const size_t stride = RowBytes(bits, w);
-    SetField32(out, 20, static_cast<uint32_t>(stride * h));
-    if (bits <= 8) {
-        for (uint32_t i = 0; i < TableEntries(src); ++i) {
-            uint8_t *e = &out[40 + 4 * i];
-            const Colour c = rule(Colour{e[2], e[1], e[0]});
-            e[0] = static_cast<uint8_t>(c.b);
-            e[1] = static_cast<uint8_t>(c.g);
-            e[2] = static_cast<uint8_t>(c.r);
-        }
-        return out;
-    }
-    const size_t at = PixelOffset(src);
-    const bool is565 = Is565(src);
-    for (int y = 0; y < h; ++y) {
-        for (int x = 0; x < w; ++x) {
-            if (mask != nullptr && !MaskBit(*mask, x, y)) continue;
-            uint8_t *p = &out[at + stride * y + static_cast<size_t>(x) * (bits / 8)];
-            if (bits == 16) {
-                const uint16_t word =
-                    Pack16(rule(Expand16(static_cast<uint16_t>(p[0] | (p[1] << 8)), is565)), is565);
-                p[0] = static_cast<uint8_t>(word);
-                p[1] = static_cast<uint8_t>(word >> 8);
-            } else {
-                const Colour c = rule(Colour{p[2], p[1], p[0]});
-                p[0] = static_cast<uint8_t>(c.b);
-                p[1] = static_cast<uint8_t>(c.g);
-                p[2] = static_cast<uint8_t>(c.r);
-            }
-        }
-    }
-    return out;
-}
+// ---- The reference: the shared literal arithmetic (support/tone_reference.h) and this rule ----
 
 // Each amount clamped to -255..255, each channel plus its amount clamped to 0..255.
 std::vector<uint8_t> ReferenceLevel(const std::vector<uint8_t> &src, const std::vector<uint8_t> *mask,
@@ -97,26 +33,6 @@ std::vector<uint8_t> ReferenceLevel(const std::vector<uint8_t> &src, const std::
 
 // ---- Images ----
 
-struct Format {
-    int bits;
-    bool is565;
-};
-const Format kFormats[] = {{1, false}, {4, false},  {8, false}, {16, false},
-                           {16, true}, {24, false}, {32, false}};
-
-// A random image of the format; palette images get a short table half of the time, and biSizeImage
-// is 0 or garbage, which the result must not keep.
-std::vector<uint8_t> RandomSource(std::mt19937 &rng, Format f, int width, int height) {
-    std::vector<uint8_t> src;
-    if (f.bits <= 8 && rng() % 2 == 0) {
-        src = RandomPaletteDib(rng, width, height, f.bits, 1 + static_cast<uint32_t>(rng() % (1u << f.bits)));
-    } else {
-        src = RandomDib(rng, width, height, f.bits, f.is565);
-    }
-    SetField32(src, 20, rng() % 2 == 0 ? 0 : static_cast<uint32_t>(rng()));
-    return src;
-}
-
 int RandomAmount(std::mt19937 &rng) {
     static const int kPicks[] = {INT_MIN, -1000, -300, -256, -255, -254, -1,     0,
                                  1,       2,     254,  255,  256,  300,  INT_MAX};
@@ -124,63 +40,18 @@ int RandomAmount(std::mt19937 &rng) {
     return static_cast<int>(rng() % 601) - 300;
 }
 
-std::vector<uint8_t> Single24(uint8_t r, uint8_t g, uint8_t b) {
-    std::vector<uint8_t> d = MakeDibBytes(1, 1, 24);
-    d[40] = b;
-    d[41] = g;
-    d[42] = r;
-    return d;
-}
-
-std::vector<uint8_t> Single16(uint16_t word) {
-    std::vector<uint8_t> d = MakeDibBytes(1, 1, 16);
-    d[40] = static_cast<uint8_t>(word);
-    d[41] = static_cast<uint8_t>(word >> 8);
-    return d;
-}
-
-// An image-size mask with the bits of columns x0..x1 and bottom-up rows y0..y1 set.
-std::vector<uint8_t> RectMask(int width, int height, int x0, int y0, int x1, int y1, bool inside) {
-    std::vector<uint8_t> m = MakeDibBytes(width, height, 1);
-    const size_t stride = RowBytes(1, width);
-    for (int y = 0; y < height; ++y) {
-        for (int x = 0; x < width; ++x) {
-            const bool in = x >= x0 && x <= x1 && y >= y0 && y <= y1;
-            if (in == inside) m[48 + stride * y + x / 8] |= static_cast<uint8_t>(0x80 >> (x % 8));
-        }
-    }
-    return m;
-}
-
 }  // namespace
 
 TEST(RGBLevel, MatchesReferenceOnRandomImagesOfEveryFormatWholeAndMasked) {
     std::mt19937 rng(31001);
-    for (const Format f : kFormats) {
-        for (int width = 1; width <= 33; ++width) {
-            const int height = 1 + static_cast<int>(rng() % 5);
-            const std::vector<uint8_t> src = RandomSource(rng, f, width, height);
-            const std::vector<uint8_t> mask = RandomMask(rng, width, height);
-            const int r = RandomAmount(rng), g = RandomAmount(rng), b = RandomAmount(rng);
-            HandleGuard image(ToBlock(src));
-            HandleGuard maskBlock(ToBlock(mask));
-
-            HandleGuard whole(Level(image.h, nullptr, 1, r, g, b));
-            ASSERT_NE(whole.h, nullptr) << f.bits << " bits, width " << width;
-            EXPECT_EQ(Tz3GetErrorStatus(), 0);
-            EXPECT_EQ(FromBlock(whole.h), ReferenceLevel(src, nullptr, r, g, b))
-                << f.bits << " bits (565 " << f.is565 << "), width " << width << ", amounts " << r << " " << g
-                << " " << b;
-
-            HandleGuard masked(Level(image.h, maskBlock.h, 0, r, g, b));
-            ASSERT_NE(masked.h, nullptr);
-            EXPECT_EQ(FromBlock(masked.h), ReferenceLevel(src, f.bits <= 8 ? nullptr : &mask, r, g, b))
-                << f.bits << " bits (565 " << f.is565 << "), width " << width;
-            EXPECT_EQ(FromBlock(image.h), src) << "the caller's image changed";
-            EXPECT_TRUE(IsUnlocked(image.h));
-            EXPECT_TRUE(IsUnlocked(maskBlock.h));
-        }
-    }
+    MatchReferenceWholeAndMaskedInEveryFormatAndWidth(rng, [](std::mt19937 &gen) {
+        const int r = RandomAmount(gen), g = RandomAmount(gen), b = RandomAmount(gen);
+        return Trial{[=](DibHandle image, DibHandle mask, int32_t kind) { return Level(image, mask, kind, r, g, b); },
+                     [=](const std::vector<uint8_t> &src, const std::vector<uint8_t> *mask) {
+                         return ReferenceLevel(src, mask, r, g, b);
+                     },
+                     Describe(", amounts ", r, g, b)};
+    });
 }
 
 TEST(RGBLevel, RectangularPolygonChangesOnlyItsBoxInsideAndOnlyTheRestOutside) {
@@ -321,91 +192,33 @@ TEST(RGBLevel, PaletteImagesIgnoreTheRegionWhileUnknownKindsAreRefusedOnPixels) 
 
 TEST(RGBLevel, ReportsEveryRowAndEveryPaletteEntry) {
     std::mt19937 rng(31008);
-    for (const Format f : kFormats) {
-        const std::vector<uint8_t> src =
-            f.bits <= 8 ? RandomPaletteDib(rng, 6, 4, f.bits, 2) : RandomDib(rng, 6, 4, f.bits, f.is565);
-        HandleGuard image(ToBlock(src));
-        ProgressRecorder progress;
-        HandleGuard out(Level(image.h, nullptr, 1, 1, 1, 1, 7));
-        ASSERT_NE(out.h, nullptr);
-        const int32_t steps = f.bits <= 8 ? 2 : 4;
-        ASSERT_EQ(progress.calls.size(), static_cast<size_t>(steps)) << f.bits;
-        for (int32_t i = 0; i < steps; ++i) {
-            EXPECT_EQ(progress.calls[i].current, i);
-            EXPECT_EQ(progress.calls[i].total, steps - 1);
-            EXPECT_EQ(progress.calls[i].low, 0);
-            EXPECT_EQ(progress.calls[i].high, 100);
-            EXPECT_EQ(progress.calls[i].noDialog, 7);
-        }
-    }
+    ExpectProgressOverEveryRowAndPaletteEntry(
+        rng, [](DibHandle image, int32_t noDialog) { return Level(image, nullptr, 1, 1, 1, 1, noDialog); });
 }
 
 TEST(RGBLevel, OneRowImageReportsZeroOfZero) {
-    HandleGuard image(ToBlock(MakeDibBytes(5, 1, 32)));
-    ProgressRecorder progress;
-    HandleGuard out(Level(image.h, nullptr, 1, 1, 1, 1, 3));
-    ASSERT_NE(out.h, nullptr);
-    ASSERT_EQ(progress.calls.size(), 1u);
-    EXPECT_EQ(progress.calls[0].current, 0);
-    EXPECT_EQ(progress.calls[0].total, 0);
-    EXPECT_EQ(progress.calls[0].low, 0);
-    EXPECT_EQ(progress.calls[0].high, 100);
-    EXPECT_EQ(progress.calls[0].noDialog, 3);
+    ExpectOneRowReportsZeroOfZero(
+        32, [](DibHandle image, int32_t noDialog) { return Level(image, nullptr, 1, 1, 1, 1, noDialog); });
 }
 
 TEST(RGBLevel, CancellingAtEveryProgressCallFreesEverything) {
     std::mt19937 rng(31009);
-    for (const Format f : kFormats) {
-        const std::vector<uint8_t> src = RandomDib(rng, 5, 4, f.bits, f.is565);
-        const std::vector<uint8_t> mask = RandomMask(rng, 5, 4);
-        HandleGuard image(ToBlock(src));
-        HandleGuard maskBlock(ToBlock(mask));
-        const size_t live = Tz3LiveBlocks();
-        const long steps = f.bits <= 8 ? static_cast<long>(TableEntries(src)) : 4;
-        for (long at = 0; at < steps; ++at) {
-            ProgressRecorder progress(at);
-            EXPECT_EQ(Level(image.h, maskBlock.h, 0, 10, -10, 10), nullptr) << f.bits << " cancel at " << at;
-            EXPECT_EQ(Tz3GetErrorStatus(), 1);
-            EXPECT_EQ(progress.calls.size(), static_cast<size_t>(at + 1));
-            EXPECT_EQ(Tz3LiveBlocks(), live);
-        }
-        EXPECT_EQ(FromBlock(image.h), src);
-        EXPECT_TRUE(IsUnlocked(image.h)) << "the caller's image was left locked";
-        EXPECT_TRUE(IsUnlocked(maskBlock.h)) << "the caller's mask was left locked";
-    }
+    CancelAtEveryProgressCallInEveryFormat(rng, [](DibHandle image, DibHandle mask) { return Level(image, mask, 0, 10, -10, 10); });
 }
 
 TEST(RGBLevel, AllocationFailureAtEveryAllocationGivesStatusThree) {
     std::mt19937 rng(31010);
-    const Tz3Point polygon[3] = {{0, 0}, {6, 1}, {2, 5}};
-    const Tz3Rect ellipse{1, 1, 6, 5};
-    for (const Format f : kFormats) {
-        const std::vector<uint8_t> src = RandomDib(rng, 7, 6, f.bits, f.is565);
-        HandleGuard image(ToBlock(src));
-        for (int kind : {1, 2, 3}) {
-            const DibPair pair{image.h, nullptr};
-            long allocations;
-            {
-                FailingAllocator counter;
-                HandleGuard out(TZ3RGBLevel(&pair, kind, polygon, 3, &ellipse, 1, 9, 9, 9, 1, 0, 0, 0));
-                ASSERT_NE(out.h, nullptr);
-                allocations = counter.count;
-            }
+    FailEveryAllocationInEveryFormatAndKind(
+        rng,
+        [](const DibPair *pair, int32_t kind, const Tz3Point *polygon, int32_t points, const Tz3Rect *ellipse) {
+            return TZ3RGBLevel(pair, kind, polygon, points, ellipse, 1, 9, 9, 9, 1, 0, 0, 0);
+        },
+        [](Format f, int kind, long allocations) {
+            (void)f;
             if (kind == 1) {
                 EXPECT_EQ(allocations, 1) << "the clone alone: level builds no table";
             }
-            const size_t live = Tz3LiveBlocks();
-            for (long at = 0; at < allocations; ++at) {
-                FailingAllocator failing(at);
-                EXPECT_EQ(TZ3RGBLevel(&pair, kind, polygon, 3, &ellipse, 1, 9, 9, 9, 1, 0, 0, 0), nullptr)
-                    << f.bits << " kind " << kind << " failing allocation " << at;
-                EXPECT_EQ(Tz3GetErrorStatus(), 3);
-                EXPECT_EQ(Tz3LiveBlocks(), live);
-            }
-            EXPECT_EQ(FromBlock(image.h), src);
-            EXPECT_TRUE(IsUnlocked(image.h));
-        }
-    }
+        });
 }
 
 TEST(RGBLevel, NullImageGivesStatusSeven) {

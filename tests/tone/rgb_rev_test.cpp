@@ -5,22 +5,12 @@
 #include <thread>
 
 #include "support/test_images.h"
+#include "support/tone_harness.h"
 #include "tz3effect.h"
 
 using namespace tz3test;
 
 namespace {
-
-int32_t Width(const std::vector<uint8_t> &d) {
-    int32_t v;
-    std::memcpy(&v, &d[4], 4);
-    return v;
-}
-int32_t Height(const std::vector<uint8_t> &d) {
-    int32_t v;
-    std::memcpy(&v, &d[8], 4);
-    return v;
-}
 
 DibHandle Rev(DibHandle image, DibHandle mask, int32_t kind, int32_t red, int32_t green, int32_t blue,
               int32_t noDialog = 1) {
@@ -54,7 +44,7 @@ std::vector<uint8_t> ReferenceRev(const std::vector<uint8_t> &src, const std::ve
         }
         return out;
     }
-    const int w = Width(src), h = Height(src);
+    const int w = ImageWidth(src), h = ImageHeight(src);
     const size_t stride = RowBytes(bits, w);
     const size_t at = PixelOffset(src);
     const bool is565 = src[16] == 3;
@@ -77,25 +67,9 @@ std::vector<uint8_t> ReferenceRev(const std::vector<uint8_t> &src, const std::ve
     return out;
 }
 
-struct Format {
-    int bits;
-    bool is565;
-};
-const Format kFormats[] = {{1, false}, {4, false}, {8, false}, {16, false}, {16, true}, {24, false}, {32, false}};
-
-std::vector<uint8_t> Single24(uint8_t b, uint8_t g, uint8_t r) {
-    std::vector<uint8_t> d = MakeDibBytes(1, 1, 24);
-    d[40] = b;
-    d[41] = g;
-    d[42] = r;
-    return d;
-}
-
-std::vector<uint8_t> Single16(uint16_t word) {
-    std::vector<uint8_t> d = MakeDibBytes(1, 1, 16);
-    d[40] = static_cast<uint8_t>(word);
-    d[41] = static_cast<uint8_t>(word >> 8);
-    return d;
+// A one-pixel 24-bit image from its bytes in stored order.
+std::vector<uint8_t> Single24Bgr(uint8_t b, uint8_t g, uint8_t r) {
+    return Single24(r, g, b);
 }
 
 uint16_t Word16(const std::vector<uint8_t> &d, size_t at) { return static_cast<uint16_t>(d[at] | (d[at + 1] << 8)); }
@@ -256,11 +230,11 @@ TEST(RGBRev, PaletteImageKeepsReservedBytesAndPixels) {
 }
 
 TEST(RGBRev, FlagsCountByTheirLowByte) {
-    const std::vector<uint8_t> src = Single24(10, 20, 30);
+    const std::vector<uint8_t> src = Single24Bgr(10, 20, 30);
     HandleGuard image(ToBlock(src));
     HandleGuard out(Rev(image.h, nullptr, 1, 256, 0x1FF, -256));
     ASSERT_NE(out.h, nullptr);
-    EXPECT_EQ(FromBlock(out.h), Single24(10, 255 - 20, 30));
+    EXPECT_EQ(FromBlock(out.h), Single24Bgr(10, 255 - 20, 30));
 }
 
 TEST(RGBRev, ResultKeepsTheHeaderFieldsAndTable) {
@@ -288,14 +262,7 @@ TEST(RGBRev, MaskWithAllBitsClearGivesACopyAndStillReportsEveryRow) {
         HandleGuard out(Rev(image.h, maskBlock.h, 0, 1, 1, 1, 7));
         ASSERT_NE(out.h, nullptr);
         EXPECT_EQ(FromBlock(out.h), src) << bits;
-        ASSERT_EQ(progress.calls.size(), 4u);
-        for (int y = 0; y < 4; ++y) {
-            EXPECT_EQ(progress.calls[y].current, y);
-            EXPECT_EQ(progress.calls[y].total, 3);
-            EXPECT_EQ(progress.calls[y].low, 0);
-            EXPECT_EQ(progress.calls[y].high, 100);
-            EXPECT_EQ(progress.calls[y].noDialog, 7);
-        }
+        ASSERT_NO_FATAL_FAILURE(ExpectCountingProgress(progress.calls, 4, 7));
     }
 }
 
@@ -334,24 +301,12 @@ TEST(RGBRev, OneEntryPaletteReportsZeroOfZero) {
 
 TEST(RGBRev, CancellingAtEveryProgressCallFreesEverything) {
     std::mt19937 rng(8);
-    for (const Format f : kFormats) {
-        const std::vector<uint8_t> src = RandomDib(rng, 5, 4, f.bits, f.is565);
-        const std::vector<uint8_t> mask = RandomMask(rng, 5, 4);
-        HandleGuard image(ToBlock(src));
-        HandleGuard maskBlock(ToBlock(mask));
-        const size_t live = Tz3LiveBlocks();
-        const long steps = f.bits <= 8 ? static_cast<long>(TableEntries(src)) : 4;
-        for (long at = 0; at < steps; ++at) {
-            ProgressRecorder progress(at);
-            DibHandle out = Rev(image.h, maskBlock.h, 0, 1, 0, 1);
-            EXPECT_EQ(out, nullptr) << f.bits << " cancel at " << at;
-            EXPECT_EQ(Tz3GetErrorStatus(), 1);
-            EXPECT_EQ(progress.calls.size(), static_cast<size_t>(at + 1));
-            EXPECT_EQ(Tz3LiveBlocks(), live);
-        }
-        EXPECT_EQ(FromBlock(image.h), src);
-        EXPECT_EQ(Tz3GlobalUnlock(image.h), 0) << "the caller's image was left locked";
-    }
+    CancelAtEveryProgressCallInEveryFormat(
+        rng, [](DibHandle image, DibHandle mask) { return Rev(image, mask, 0, 1, 0, 1); },
+        [](DibHandle image, const std::vector<uint8_t> &src, DibHandle) {
+            EXPECT_EQ(FromBlock(image), src);
+            EXPECT_EQ(Tz3GlobalUnlock(image), 0) << "the caller's image was left locked";
+        });
 }
 
 TEST(RGBRev, CancellingAtTheLastRowGivesStatusOneAndNoResult) {
@@ -365,32 +320,13 @@ TEST(RGBRev, CancellingAtTheLastRowGivesStatusOneAndNoResult) {
 
 TEST(RGBRev, AllocationFailureAtEveryAllocationGivesStatusThree) {
     std::mt19937 rng(9);
-    const Tz3Point polygon[3] = {{0, 0}, {6, 1}, {2, 5}};
-    const Tz3Rect ellipse{1, 1, 6, 5};
-    for (const Format f : kFormats) {
-        const std::vector<uint8_t> src = RandomDib(rng, 7, 6, f.bits, f.is565);
-        HandleGuard image(ToBlock(src));
-        for (int kind : {1, 2, 3}) {
-            const DibPair pair{image.h, nullptr};
-            long allocations;
-            {
-                FailingAllocator counter;
-                HandleGuard out(TZ3RGBRev(&pair, kind, polygon, 3, &ellipse, 1, 1, 1, 1, 1, 0, 0, 0));
-                ASSERT_NE(out.h, nullptr);
-                allocations = counter.count;
-            }
-            ASSERT_GE(allocations, 1);
-            const size_t live = Tz3LiveBlocks();
-            for (long at = 0; at < allocations; ++at) {
-                FailingAllocator failing(at);
-                DibHandle out = TZ3RGBRev(&pair, kind, polygon, 3, &ellipse, 1, 1, 1, 1, 1, 0, 0, 0);
-                EXPECT_EQ(out, nullptr) << f.bits << " kind " << kind << " failing allocation " << at;
-                EXPECT_EQ(Tz3GetErrorStatus(), 3);
-                EXPECT_EQ(Tz3LiveBlocks(), live);
-            }
-            EXPECT_EQ(FromBlock(image.h), src);
-        }
-    }
+    FailEveryAllocationInEveryFormatAndKind(
+        rng,
+        [](const DibPair *pair, int32_t kind, const Tz3Point *polygon, int32_t points, const Tz3Rect *ellipse) {
+            return TZ3RGBRev(pair, kind, polygon, points, ellipse, 1, 1, 1, 1, 1, 0, 0, 0);
+        },
+        [](Format, int, long allocations) { ASSERT_GE(allocations, 1); },
+        [](DibHandle image, const std::vector<uint8_t> &src, DibHandle) { EXPECT_EQ(FromBlock(image), src); });
 }
 
 TEST(RGBRev, NullImageGivesStatusSeven) {

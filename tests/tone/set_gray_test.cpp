@@ -3,11 +3,12 @@
 // allocation failure.
 #include <gtest/gtest.h>
 
-#include <bit>
 #include <cmath>
 #include <limits>
 
 #include "support/test_images.h"
+#include "support/tone_harness.h"
+#include "support/tone_reference.h"
 #include "tz3effect.h"
 
 using namespace tz3test;
@@ -18,19 +19,7 @@ DibHandle Gray(DibHandle image, int32_t noDialog = 1) {
     return TZ3SetGray(image, noDialog, 0, 0, 0);
 }
 
-// ---- The reference, written from the rules alone ----
-
-// Floating point to integer truncates toward zero.
-int Trunc(double v) {
-    if (std::isnan(v)) return 0;
-    if (v >= 2147483647.0) return std::numeric_limits<int>::max();
-    if (v <= -2147483648.0) return std::numeric_limits<int>::min();
-    return static_cast<int>(v);
-}
-
-float FloatOf(uint32_t bits) {
-    return std::bit_cast<float>(bits);
-}
+// ---- The reference: the shared literal arithmetic (support/tone_reference.h) and this rule ----
 
 // The luma tables: entry i is (float)i times the float weight; L is their sum in double, truncated.
 int Luma(int r, int g, int b) {
@@ -38,10 +27,6 @@ int Luma(int r, int g, int b) {
     const double t1 = static_cast<float>(g) * FloatOf(0x3F1645A2);
     const double t2 = static_cast<float>(b) * FloatOf(0x3DE978D5);
     return Trunc(t0 + t1 + t2);
-}
-
-bool Is565(const std::vector<uint8_t> &d) {
-    return Field32(d, 16) == 3 && Field32(d, 40) == 0xF800;
 }
 
 std::vector<uint8_t> ReferenceGray(const std::vector<uint8_t> &src) {
@@ -118,16 +103,9 @@ std::vector<uint8_t> ReferenceGray(const std::vector<uint8_t> &src) {
 
 // ---- Images ----
 
-struct Format {
-    int bits;
-    bool is565;
-};
-const Format kFormats[] = {{1, false}, {4, false},  {8, false}, {16, false},
-                           {16, true}, {24, false}, {32, false}};
-
 // Palette images get a table of the full size, a short one or a long one; biSizeImage is 0 or
 // garbage.
-std::vector<uint8_t> RandomSource(std::mt19937 &rng, Format f, int width, int height) {
+std::vector<uint8_t> RandomSourceAnyTable(std::mt19937 &rng, Format f, int width, int height) {
     std::vector<uint8_t> src;
     if (f.bits <= 8) {
         const uint32_t full = 1u << f.bits;
@@ -141,14 +119,6 @@ std::vector<uint8_t> RandomSource(std::mt19937 &rng, Format f, int width, int he
     }
     SetField32(src, 20, rng() % 2 == 0 ? 0 : static_cast<uint32_t>(rng()));
     return src;
-}
-
-std::vector<uint8_t> Single24(uint8_t r, uint8_t g, uint8_t b) {
-    std::vector<uint8_t> d = MakeDibBytes(1, 1, 24);
-    d[40] = b;
-    d[41] = g;
-    d[42] = r;
-    return d;
 }
 
 // A 1-bit image of the given width and height with a two-entry table and random bits, pad bits 0.
@@ -172,7 +142,7 @@ TEST(SetGray, MatchesReferenceOnRandomImagesOfEveryFormat) {
     for (const Format f : kFormats) {
         for (int width = 1; width <= 33; ++width) {
             const int height = 1 + static_cast<int>(rng() % 5);
-            const std::vector<uint8_t> src = RandomSource(rng, f, width, height);
+            const std::vector<uint8_t> src = RandomSourceAnyTable(rng, f, width, height);
             HandleGuard image(ToBlock(src));
             HandleGuard out(Gray(image.h));
             ASSERT_NE(out.h, nullptr) << f.bits << " bits, width " << width;
@@ -360,29 +330,14 @@ TEST(SetGray, ReportsEveryRow) {
         ProgressRecorder progress;
         HandleGuard out(Gray(image.h, 7));
         ASSERT_NE(out.h, nullptr);
-        ASSERT_EQ(progress.calls.size(), 4u) << f.bits;
-        for (int32_t i = 0; i < 4; ++i) {
-            EXPECT_EQ(progress.calls[i].current, i);
-            EXPECT_EQ(progress.calls[i].total, 3);
-            EXPECT_EQ(progress.calls[i].low, 0);
-            EXPECT_EQ(progress.calls[i].high, 100);
-            EXPECT_EQ(progress.calls[i].noDialog, 7);
-        }
+        ASSERT_NO_FATAL_FAILURE(ExpectCountingProgress(progress.calls, 4, 7, std::to_string(f.bits)));
     }
 }
 
 TEST(SetGray, OneRowImageReportsZeroOfZero) {
     for (int bits : {8, 24}) {
-        HandleGuard image(ToBlock(MakeDibBytes(5, 1, bits)));
-        ProgressRecorder progress;
-        HandleGuard out(Gray(image.h, 3));
-        ASSERT_NE(out.h, nullptr);
-        ASSERT_EQ(progress.calls.size(), 1u);
-        EXPECT_EQ(progress.calls[0].current, 0);
-        EXPECT_EQ(progress.calls[0].total, 0);
-        EXPECT_EQ(progress.calls[0].low, 0);
-        EXPECT_EQ(progress.calls[0].high, 100);
-        EXPECT_EQ(progress.calls[0].noDialog, 3);
+        ASSERT_NO_FATAL_FAILURE(ExpectOneRowReportsZeroOfZero(
+            bits, [](DibHandle image, int32_t noDialog) { return Gray(image, noDialog); }));
     }
 }
 
@@ -391,16 +346,8 @@ TEST(SetGray, CancellingAtEveryProgressCallFreesTheResultAndTheTables) {
     for (const Format f : kFormats) {
         const std::vector<uint8_t> src = RandomDib(rng, 5, 4, f.bits, f.is565);
         HandleGuard image(ToBlock(src));
-        const size_t live = Tz3LiveBlocks();
-        for (long at = 0; at < 4; ++at) {
-            ProgressRecorder progress(at);
-            EXPECT_EQ(Gray(image.h), nullptr) << f.bits << " cancel at " << at;
-            EXPECT_EQ(Tz3GetErrorStatus(), 1);
-            EXPECT_EQ(progress.calls.size(), static_cast<size_t>(at + 1));
-            EXPECT_EQ(Tz3LiveBlocks(), live);
-        }
-        EXPECT_EQ(FromBlock(image.h), src);
-        EXPECT_TRUE(IsUnlocked(image.h)) << "the caller's image was left locked";
+        ExpectCancelAtEveryProgressCall(4, [&] { return Gray(image.h); }, std::to_string(f.bits));
+        ExpectCallerBlocksUnchanged(image.h, src);
     }
 }
 
@@ -409,23 +356,12 @@ TEST(SetGray, AllocationFailureAtEveryAllocationGivesStatusThree) {
     for (const Format f : kFormats) {
         const std::vector<uint8_t> src = RandomDib(rng, 7, 6, f.bits, f.is565);
         HandleGuard image(ToBlock(src));
-        long allocations;
-        {
-            FailingAllocator counter;
-            HandleGuard out(Gray(image.h));
-            ASSERT_NE(out.h, nullptr);
-            allocations = counter.count;
-        }
+        const auto once = [&] { return Gray(image.h); };
+        long allocations = 0;
+        ASSERT_NO_FATAL_FAILURE(CountAllocations(once, &allocations));
         EXPECT_EQ(allocations, 2) << f.bits << ": the result and one block of luma tables";
-        const size_t live = Tz3LiveBlocks();
-        for (long at = 0; at < allocations; ++at) {
-            FailingAllocator failing(at);
-            EXPECT_EQ(Gray(image.h), nullptr) << f.bits << " failing allocation " << at;
-            EXPECT_EQ(Tz3GetErrorStatus(), 3);
-            EXPECT_EQ(Tz3LiveBlocks(), live);
-        }
-        EXPECT_EQ(FromBlock(image.h), src);
-        EXPECT_TRUE(IsUnlocked(image.h));
+        ExpectFailureAtEveryAllocation(allocations, once, std::to_string(f.bits));
+        ExpectCallerBlocksUnchanged(image.h, src);
     }
 }
 
