@@ -192,4 +192,42 @@ void FailEveryAllocationInEveryFormatAndKind(std::mt19937 &rng, const RegionCall
     }
 }
 
+void ExpectNullImageRefused(const std::function<DibHandle(const DibPair *pair)> &call) {
+    const DibPair pair{nullptr, nullptr};
+    EXPECT_EQ(call(&pair), nullptr);
+    EXPECT_EQ(Tz3GetErrorStatus(), 7);
+    EXPECT_EQ(call(nullptr), nullptr);
+    EXPECT_EQ(Tz3GetErrorStatus(), 7);
+}
+
+void ExpectShortBlockRefused(std::initializer_list<int> depths, const std::function<DibHandle(DibHandle image)> &run) {
+    for (int bits : depths) {
+        std::vector<uint8_t> src = MakeDibBytes(8, 8, bits);
+        src.pop_back();
+        HandleGuard image(ToBlock(src));
+        EXPECT_EQ(run(image.h), nullptr) << bits << " bits";
+        EXPECT_EQ(Tz3GetErrorStatus(), 7) << bits << " bits";
+        EXPECT_TRUE(IsUnlocked(image.h)) << bits << " bits";
+    }
+}
+
+void ExpectPaletteIgnoresRegionWhilePixelsRefuseUnknownKind(
+    std::mt19937 &rng, int paletteBits, const std::function<DibHandle(DibHandle image, int32_t kind)> &run,
+    const std::function<std::vector<uint8_t>(const std::vector<uint8_t> &src)> &reference) {
+    const std::vector<uint8_t> palette = RandomDib(rng, 5, 5, paletteBits);
+    HandleGuard paletteImage(ToBlock(palette));
+    HandleGuard nine(run(paletteImage.h, 9));
+    ASSERT_NE(nine.h, nullptr);
+    EXPECT_EQ(Tz3GetErrorStatus(), 0);
+    EXPECT_EQ(FromBlock(nine.h), reference(palette));
+
+    const std::vector<uint8_t> direct = RandomDib(rng, 5, 5, 24);
+    HandleGuard directImage(ToBlock(direct));
+    const size_t live = Tz3LiveBlocks();
+    EXPECT_EQ(run(directImage.h, 4), nullptr);
+    EXPECT_EQ(Tz3GetErrorStatus(), 5);
+    EXPECT_EQ(Tz3LiveBlocks(), live);
+    EXPECT_TRUE(IsUnlocked(directImage.h));
+}
+
 }  // namespace tz3test

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <initializer_list>
 #include <random>
 #include <sstream>
 #include <string>
@@ -102,5 +103,19 @@ using RegionCall = std::function<DibHandle(const DibPair *pair, int32_t kind, co
 void FailEveryAllocationInEveryFormatAndKind(std::mt19937 &rng, const RegionCall &call,
                                              const std::function<void(Format f, int kind, long allocations)> &checkCount,
                                              const CallerCheck &after = nullptr);
+
+// With a pair whose image is null, and with no pair at all: no result and status 7.
+void ExpectNullImageRefused(const std::function<DibHandle(const DibPair *pair)> &call);
+
+// An 8x8 image of each depth whose block is one byte shorter than its header claims: no result,
+// status 7, and the caller's block left unlocked.
+void ExpectShortBlockRefused(std::initializer_list<int> depths, const std::function<DibHandle(DibHandle image)> &run);
+
+// A random 5x5 palette image of `paletteBits` run with kind 9 succeeds with status 0 and equals the
+// reference, the region being ignored; a random 5x5 24-bit image run with kind 4 gives no result,
+// status 5, no block left behind and the caller's block unlocked.
+void ExpectPaletteIgnoresRegionWhilePixelsRefuseUnknownKind(
+    std::mt19937 &rng, int paletteBits, const std::function<DibHandle(DibHandle image, int32_t kind)> &run,
+    const std::function<std::vector<uint8_t>(const std::vector<uint8_t> &src)> &reference);
 
 }  // namespace tz3test

@@ -345,22 +345,12 @@ TEST(Chroma, AllocationFailureAtEveryAllocationGivesStatusThree) {
 }
 
 TEST(Chroma, NullImageGivesStatusSeven) {
-    const DibPair pair{nullptr, nullptr};
-    EXPECT_EQ(TZ3Chroma(&pair, 1, nullptr, 0, nullptr, 1, 10, 1, 0, 0, 0), nullptr);
-    EXPECT_EQ(Tz3GetErrorStatus(), 7);
-    EXPECT_EQ(TZ3Chroma(nullptr, 1, nullptr, 0, nullptr, 1, 10, 1, 0, 0, 0), nullptr);
-    EXPECT_EQ(Tz3GetErrorStatus(), 7);
+    ExpectNullImageRefused(
+        [](const DibPair *pair) { return TZ3Chroma(pair, 1, nullptr, 0, nullptr, 1, 10, 1, 0, 0, 0); });
 }
 
 TEST(Chroma, BlockShorterThanItsHeaderClaimsGivesStatusSeven) {
-    for (int bits : {8, 16}) {
-        std::vector<uint8_t> src = MakeDibBytes(8, 8, bits);
-        src.pop_back();
-        HandleGuard image(ToBlock(src));
-        EXPECT_EQ(Chroma(image.h, nullptr, 1, 10), nullptr);
-        EXPECT_EQ(Tz3GetErrorStatus(), 7);
-        EXPECT_TRUE(IsUnlocked(image.h));
-    }
+    ExpectShortBlockRefused({8, 16}, [](DibHandle image) { return Chroma(image, nullptr, 1, 10); });
 }
 
 TEST(Chroma, RefusedImageGivesStatusSevenWhateverTheAmount) {

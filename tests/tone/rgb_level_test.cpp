@@ -222,22 +222,12 @@ TEST(RGBLevel, AllocationFailureAtEveryAllocationGivesStatusThree) {
 }
 
 TEST(RGBLevel, NullImageGivesStatusSeven) {
-    const DibPair pair{nullptr, nullptr};
-    EXPECT_EQ(TZ3RGBLevel(&pair, 1, nullptr, 0, nullptr, 1, 1, 1, 1, 1, 0, 0, 0), nullptr);
-    EXPECT_EQ(Tz3GetErrorStatus(), 7);
-    EXPECT_EQ(TZ3RGBLevel(nullptr, 1, nullptr, 0, nullptr, 1, 1, 1, 1, 1, 0, 0, 0), nullptr);
-    EXPECT_EQ(Tz3GetErrorStatus(), 7);
+    ExpectNullImageRefused(
+        [](const DibPair *pair) { return TZ3RGBLevel(pair, 1, nullptr, 0, nullptr, 1, 1, 1, 1, 1, 0, 0, 0); });
 }
 
 TEST(RGBLevel, BlockShorterThanItsHeaderClaimsGivesStatusSeven) {
-    for (int bits : {8, 24}) {
-        std::vector<uint8_t> src = MakeDibBytes(8, 8, bits);
-        src.pop_back();
-        HandleGuard image(ToBlock(src));
-        EXPECT_EQ(Level(image.h, nullptr, 1, 1, 1, 1), nullptr);
-        EXPECT_EQ(Tz3GetErrorStatus(), 7);
-        EXPECT_TRUE(IsUnlocked(image.h));
-    }
+    ExpectShortBlockRefused({8, 24}, [](DibHandle image) { return Level(image, nullptr, 1, 1, 1, 1); });
 }
 
 TEST(RGBLevel, RefusedImageGivesStatusSevenWhateverTheAmounts) {

@@ -330,19 +330,12 @@ TEST(RGBRev, AllocationFailureAtEveryAllocationGivesStatusThree) {
 }
 
 TEST(RGBRev, NullImageGivesStatusSeven) {
-    const DibPair pair{nullptr, nullptr};
-    EXPECT_EQ(TZ3RGBRev(&pair, 1, nullptr, 0, nullptr, 1, 1, 1, 1, 1, 0, 0, 0), nullptr);
-    EXPECT_EQ(Tz3GetErrorStatus(), 7);
-    EXPECT_EQ(TZ3RGBRev(nullptr, 1, nullptr, 0, nullptr, 1, 1, 1, 1, 1, 0, 0, 0), nullptr);
-    EXPECT_EQ(Tz3GetErrorStatus(), 7);
+    ExpectNullImageRefused(
+        [](const DibPair *pair) { return TZ3RGBRev(pair, 1, nullptr, 0, nullptr, 1, 1, 1, 1, 1, 0, 0, 0); });
 }
 
 TEST(RGBRev, BlockShorterThanItsHeaderClaimsGivesStatusSeven) {
-    std::vector<uint8_t> src = MakeDibBytes(8, 8, 24);
-    src.pop_back();
-    HandleGuard image(ToBlock(src));
-    EXPECT_EQ(Rev(image.h, nullptr, 1, 1, 1, 1), nullptr);
-    EXPECT_EQ(Tz3GetErrorStatus(), 7);
+    ExpectShortBlockRefused({24}, [](DibHandle image) { return Rev(image, nullptr, 1, 1, 1, 1); });
 }
 
 TEST(RGBRev, SixteenBitImageWithUnusableMasksGivesStatusSeven) {

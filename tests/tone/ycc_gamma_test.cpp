@@ -197,20 +197,9 @@ TEST(YCCGamma, ThirtyTwoBitsKeepEveryFourthByte) {
 
 TEST(YCCGamma, PaletteImagesIgnoreTheRegionWhileUnknownKindsAreRefusedOnPixels) {
     std::mt19937 rng(33006);
-    const std::vector<uint8_t> palette = RandomDib(rng, 5, 5, 1);
-    HandleGuard paletteImage(ToBlock(palette));
-    HandleGuard nine(Gamma(paletteImage.h, nullptr, 9, 0.5, 0.6, 0.7));
-    ASSERT_NE(nine.h, nullptr);
-    EXPECT_EQ(Tz3GetErrorStatus(), 0);
-    EXPECT_EQ(FromBlock(nine.h), ReferenceGamma(palette, nullptr, 0.5, 0.6, 0.7));
-
-    const std::vector<uint8_t> direct = RandomDib(rng, 5, 5, 24);
-    HandleGuard directImage(ToBlock(direct));
-    const size_t live = Tz3LiveBlocks();
-    EXPECT_EQ(Gamma(directImage.h, nullptr, 4, 0.5, 0.6, 0.7), nullptr);
-    EXPECT_EQ(Tz3GetErrorStatus(), 5);
-    EXPECT_EQ(Tz3LiveBlocks(), live);
-    EXPECT_TRUE(IsUnlocked(directImage.h));
+    ExpectPaletteIgnoresRegionWhilePixelsRefuseUnknownKind(
+        rng, 1, [](DibHandle image, int32_t kind) { return Gamma(image, nullptr, kind, 0.5, 0.6, 0.7); },
+        [](const std::vector<uint8_t> &src) { return ReferenceGamma(src, nullptr, 0.5, 0.6, 0.7); });
 }
 
 TEST(YCCGamma, ReportsEveryRowAndEveryPaletteEntry) {
@@ -246,20 +235,10 @@ TEST(YCCGamma, AllocationFailureAtEveryAllocationGivesStatusThree) {
 }
 
 TEST(YCCGamma, NullImageGivesStatusSeven) {
-    const DibPair pair{nullptr, nullptr};
-    EXPECT_EQ(TZ3YCCGamma(&pair, 1, nullptr, 0, nullptr, 1, 1, 1, 1, 1, 0, 0, 0), nullptr);
-    EXPECT_EQ(Tz3GetErrorStatus(), 7);
-    EXPECT_EQ(TZ3YCCGamma(nullptr, 1, nullptr, 0, nullptr, 1, 1, 1, 1, 1, 0, 0, 0), nullptr);
-    EXPECT_EQ(Tz3GetErrorStatus(), 7);
+    ExpectNullImageRefused(
+        [](const DibPair *pair) { return TZ3YCCGamma(pair, 1, nullptr, 0, nullptr, 1, 1, 1, 1, 1, 0, 0, 0); });
 }
 
 TEST(YCCGamma, BlockShorterThanItsHeaderClaimsGivesStatusSeven) {
-    for (int bits : {4, 24}) {
-        std::vector<uint8_t> src = MakeDibBytes(8, 8, bits);
-        src.pop_back();
-        HandleGuard image(ToBlock(src));
-        EXPECT_EQ(Gamma(image.h, nullptr, 1, 1, 1, 1), nullptr);
-        EXPECT_EQ(Tz3GetErrorStatus(), 7);
-        EXPECT_TRUE(IsUnlocked(image.h));
-    }
+    ExpectShortBlockRefused({4, 24}, [](DibHandle image) { return Gamma(image, nullptr, 1, 1, 1, 1); });
 }

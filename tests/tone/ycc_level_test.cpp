@@ -195,20 +195,9 @@ TEST(YCCLevel, ThirtyTwoBitsKeepEveryFourthByte) {
 
 TEST(YCCLevel, PaletteImagesIgnoreTheRegionWhileUnknownKindsAreRefusedOnPixels) {
     std::mt19937 rng(34007);
-    const std::vector<uint8_t> palette = RandomDib(rng, 5, 5, 4);
-    HandleGuard paletteImage(ToBlock(palette));
-    HandleGuard nine(Level(paletteImage.h, nullptr, 9, 5, 6, 7));
-    ASSERT_NE(nine.h, nullptr);
-    EXPECT_EQ(Tz3GetErrorStatus(), 0);
-    EXPECT_EQ(FromBlock(nine.h), ReferenceLevel(palette, nullptr, 5, 6, 7));
-
-    const std::vector<uint8_t> direct = RandomDib(rng, 5, 5, 24);
-    HandleGuard directImage(ToBlock(direct));
-    const size_t live = Tz3LiveBlocks();
-    EXPECT_EQ(Level(directImage.h, nullptr, 4, 5, 6, 7), nullptr);
-    EXPECT_EQ(Tz3GetErrorStatus(), 5);
-    EXPECT_EQ(Tz3LiveBlocks(), live);
-    EXPECT_TRUE(IsUnlocked(directImage.h));
+    ExpectPaletteIgnoresRegionWhilePixelsRefuseUnknownKind(
+        rng, 4, [](DibHandle image, int32_t kind) { return Level(image, nullptr, kind, 5, 6, 7); },
+        [](const std::vector<uint8_t> &src) { return ReferenceLevel(src, nullptr, 5, 6, 7); });
 }
 
 TEST(YCCLevel, ReportsEveryRowAndEveryPaletteEntry) {
@@ -243,22 +232,12 @@ TEST(YCCLevel, AllocationFailureAtEveryAllocationGivesStatusThree) {
 }
 
 TEST(YCCLevel, NullImageGivesStatusSeven) {
-    const DibPair pair{nullptr, nullptr};
-    EXPECT_EQ(TZ3YCCLevel(&pair, 1, nullptr, 0, nullptr, 1, 1, 1, 1, 1, 0, 0, 0), nullptr);
-    EXPECT_EQ(Tz3GetErrorStatus(), 7);
-    EXPECT_EQ(TZ3YCCLevel(nullptr, 1, nullptr, 0, nullptr, 1, 1, 1, 1, 1, 0, 0, 0), nullptr);
-    EXPECT_EQ(Tz3GetErrorStatus(), 7);
+    ExpectNullImageRefused(
+        [](const DibPair *pair) { return TZ3YCCLevel(pair, 1, nullptr, 0, nullptr, 1, 1, 1, 1, 1, 0, 0, 0); });
 }
 
 TEST(YCCLevel, BlockShorterThanItsHeaderClaimsGivesStatusSeven) {
-    for (int bits : {8, 32}) {
-        std::vector<uint8_t> src = MakeDibBytes(8, 8, bits);
-        src.pop_back();
-        HandleGuard image(ToBlock(src));
-        EXPECT_EQ(Level(image.h, nullptr, 1, 1, 1, 1), nullptr);
-        EXPECT_EQ(Tz3GetErrorStatus(), 7);
-        EXPECT_TRUE(IsUnlocked(image.h));
-    }
+    ExpectShortBlockRefused({8, 32}, [](DibHandle image) { return Level(image, nullptr, 1, 1, 1, 1); });
 }
 
 TEST(YCCLevel, RefusedImageGivesStatusSevenWhateverTheAmounts) {

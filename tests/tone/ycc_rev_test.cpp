@@ -261,20 +261,9 @@ TEST(YCCRev, ThirtyTwoBitsKeepEveryFourthByte) {
 
 TEST(YCCRev, PaletteImagesIgnoreTheRegionWhileUnknownKindsAreRefusedOnPixels) {
     std::mt19937 rng(35006);
-    const std::vector<uint8_t> palette = RandomDib(rng, 5, 5, 8);
-    HandleGuard paletteImage(ToBlock(palette));
-    HandleGuard nine(Rev(paletteImage.h, nullptr, 9, 1, 0, 1));
-    ASSERT_NE(nine.h, nullptr);
-    EXPECT_EQ(Tz3GetErrorStatus(), 0);
-    EXPECT_EQ(FromBlock(nine.h), ReferenceRev(palette, nullptr, 1, 0, 1));
-
-    const std::vector<uint8_t> direct = RandomDib(rng, 5, 5, 24);
-    HandleGuard directImage(ToBlock(direct));
-    const size_t live = Tz3LiveBlocks();
-    EXPECT_EQ(Rev(directImage.h, nullptr, 4, 1, 0, 1), nullptr);
-    EXPECT_EQ(Tz3GetErrorStatus(), 5);
-    EXPECT_EQ(Tz3LiveBlocks(), live);
-    EXPECT_TRUE(IsUnlocked(directImage.h));
+    ExpectPaletteIgnoresRegionWhilePixelsRefuseUnknownKind(
+        rng, 8, [](DibHandle image, int32_t kind) { return Rev(image, nullptr, kind, 1, 0, 1); },
+        [](const std::vector<uint8_t> &src) { return ReferenceRev(src, nullptr, 1, 0, 1); });
 }
 
 TEST(YCCRev, ReportsEveryRowAndEveryPaletteEntry) {
@@ -309,20 +298,10 @@ TEST(YCCRev, AllocationFailureAtEveryAllocationGivesStatusThree) {
 }
 
 TEST(YCCRev, NullImageGivesStatusSeven) {
-    const DibPair pair{nullptr, nullptr};
-    EXPECT_EQ(TZ3YCCRev(&pair, 1, nullptr, 0, nullptr, 1, 1, 1, 1, 1, 0, 0, 0), nullptr);
-    EXPECT_EQ(Tz3GetErrorStatus(), 7);
-    EXPECT_EQ(TZ3YCCRev(nullptr, 1, nullptr, 0, nullptr, 1, 1, 1, 1, 1, 0, 0, 0), nullptr);
-    EXPECT_EQ(Tz3GetErrorStatus(), 7);
+    ExpectNullImageRefused(
+        [](const DibPair *pair) { return TZ3YCCRev(pair, 1, nullptr, 0, nullptr, 1, 1, 1, 1, 1, 0, 0, 0); });
 }
 
 TEST(YCCRev, BlockShorterThanItsHeaderClaimsGivesStatusSeven) {
-    for (int bits : {1, 16}) {
-        std::vector<uint8_t> src = MakeDibBytes(8, 8, bits);
-        src.pop_back();
-        HandleGuard image(ToBlock(src));
-        EXPECT_EQ(Rev(image.h, nullptr, 1, 1, 1, 1), nullptr);
-        EXPECT_EQ(Tz3GetErrorStatus(), 7);
-        EXPECT_TRUE(IsUnlocked(image.h));
-    }
+    ExpectShortBlockRefused({1, 16}, [](DibHandle image) { return Rev(image, nullptr, 1, 1, 1, 1); });
 }
