@@ -103,4 +103,14 @@ int RunYccRev(const std::vector<std::string> &args);
 int RunChroma(const std::vector<std::string> &args);
 int RunSetGray(const std::vector<std::string> &args);
 
+// Colour depth conversion.
+
+// Neighbourhood filters.
+
+// Geometry.
+
+// Selection, new images and compositing.
+
+// Clipboard and the hidden mark.
+
 }  // namespace tz3cli

@@ -40,6 +40,16 @@ const Command kCommands[] = {
      "reverse luma and/or the colour differences (all three when none is given)"},
     {"chroma", "IN OUT --amount N", true, RunChroma, "change saturation by N percent (-100..1000)"},
     {"set-gray", "IN OUT", false, RunSetGray, "the gray version of the image at its own depth"},
+
+    // Colour depth conversion.
+
+    // Neighbourhood filters.
+
+    // Geometry.
+
+    // Selection, new images and compositing.
+
+    // Clipboard and the hidden mark.
 };
 
 std::string UsageLine(const Command &command) {

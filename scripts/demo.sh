@@ -29,3 +29,13 @@ run ycc-rev-chroma.png ycc-rev "$out/sample.bmp" "$out/ycc-rev-chroma.png" --cr 
 run chroma-gray.png chroma "$out/sample.bmp" "$out/chroma-gray.png" --amount -100
 run chroma-vivid.png chroma "$out/sample.bmp" "$out/chroma-vivid.png" --amount 150 --polygon 0,0,640,0,0,480
 run set-gray.png set-gray "$out/sample.bmp" "$out/set-gray.png"
+
+# Colour depth conversion.
+
+# Neighbourhood filters.
+
+# Geometry.
+
+# Selection, new images and compositing.
+
+# Clipboard and the hidden mark.

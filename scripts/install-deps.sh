@@ -3,8 +3,10 @@
 # machine lacks. Does nothing when everything is there.
 set -euo pipefail
 
+# OpenCV is for the benchmarks only, as the peer they measure against; xclip and Xvfb are for the
+# system-clipboard backend and its tests.
 packages=(cmake ninja-build g++ pkg-config libgtest-dev libbenchmark-dev libpng-dev libfreetype-dev
-          libfontconfig-dev fonts-dejavu-core)
+          libfontconfig-dev fonts-dejavu-core libopencv-dev xclip xvfb xauth)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")

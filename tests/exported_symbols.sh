@@ -13,9 +13,24 @@ for name in $exported; do
     status=1
   fi
 done
-for name in Tz3GlobalAlloc Tz3GlobalLock Tz3GlobalUnlock Tz3GlobalFree Tz3GlobalSize Tz3GlobalHandle \
-            Tz3LiveBlocks Tz3SetAllocator Tz3GetErrorStatus Tz3SetProgressHandler Tz3SetDialogHandlers \
-            TZ3RGBRev TZ3RGBGamma TZ3RGBLevel TZ3YCCGamma TZ3YCCLevel TZ3YCCRev TZ3Chroma TZ3SetGray; do
+# The names the library must export, one group a line.
+required=(
+  Tz3GlobalAlloc Tz3GlobalLock Tz3GlobalUnlock Tz3GlobalFree Tz3GlobalSize Tz3GlobalHandle
+  Tz3LiveBlocks Tz3SetAllocator Tz3GetErrorStatus Tz3SetProgressHandler Tz3SetDialogHandlers
+  TZ3RGBRev TZ3RGBGamma TZ3RGBLevel TZ3YCCGamma TZ3YCCLevel TZ3YCCRev TZ3Chroma TZ3SetGray
+
+  # colour depth conversion
+
+  # filters
+
+  # geometry
+
+  # selection, new images and compositing
+
+  # clipboard and the hidden mark
+
+)
+for name in "${required[@]}"; do
   if ! grep -qx "$name" <<<"$exported"; then
     echo "missing from the library's exports: $name"
     status=1
