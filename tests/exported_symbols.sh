@@ -26,6 +26,7 @@ required=(
   # geometry
 
   # selection, new images and compositing
+  TZ3SelectImage TZ3SelectImageEx TZ3AutoSelectImage TZ3AutoSelectImageEx TZ3CreateImage TZ3CopyImage
 
   # clipboard and the hidden mark
 
