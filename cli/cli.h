@@ -110,6 +110,10 @@ int RunSetGray(const std::vector<std::string> &args);
 // Geometry.
 
 // Selection, new images and compositing.
+int RunSelectImage(const std::vector<std::string> &args);
+int RunAutoSelectImage(const std::vector<std::string> &args);
+int RunCreateImage(const std::vector<std::string> &args);
+int RunCopyImage(const std::vector<std::string> &args);
 
 // Clipboard and the hidden mark.
 

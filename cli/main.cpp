@@ -48,6 +48,15 @@ const Command kCommands[] = {
     // Geometry.
 
     // Selection, new images and compositing.
+    {"select-image", "IN OUT [--fill R,G,B] [--polygon X,Y,X,Y,... | --ellipse L,T,R,B] [--outside] [--mask-out FILE]",
+     false, RunSelectImage, "cut out the box of a shape, the rest of it in the fill colour"},
+    {"auto-select-image",
+     "IN OUT --key R,G,B [--metric rgb|chroma|luma] [--tolerance N] [--polygon X,Y,X,Y,... | --ellipse L,T,R,B] "
+     "[--outside] [--mask-out FILE]",
+     false, RunAutoSelectImage, "select the pixels near a key colour (the mask holds the selection)"},
+    {"create-image", "OUT --width W --height H [--depth 1|4|8|16|24|32] [--colour R,G,B]", false, RunCreateImage,
+     "a new image of one colour"},
+    {"copy-image", "IN OUT", false, RunCopyImage, "a copy of the image, byte for byte"},
 
     // Clipboard and the hidden mark.
 };
