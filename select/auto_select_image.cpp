@@ -98,28 +98,51 @@ bool AutoSelectImageWorker(const uint8_t *src, size_t blockSize, const RegionBox
         uint8_t *d = dstBits + dstStride * static_cast<size_t>(my);
         uint8_t *m = maskBits + maskStride * static_cast<size_t>(my);
         const uint8_t *region = regionBits != nullptr ? regionBits + regionStride * static_cast<size_t>(my) : nullptr;
-        for (int32_t mx = 0; mx < width; ++mx) {
-            if (region != nullptr && !MaskBitSet(region, mx)) continue;
-            const int32_t x = box.x0 + mx;
-            bool selected;
-            if constexpr (Bits <= 8) {
-                const uint8_t index = IndexPixel<Bits>::Get(s, x);
-                IndexPixel<Bits>::Or(d, mx, index);
-                selected = nearIndex[index];
-            } else if constexpr (Bits == 16) {
-                const Rgb c = ChannelExpand16(ReadU16(s + 2 * static_cast<size_t>(x)), Is565);
-                WriteU16(d + 2 * static_cast<size_t>(mx), ChannelPack16(c, Is565));
-                selected = near(c);
-            } else {
-                constexpr size_t kBytes = Bits / 8;
-                const uint8_t *p = s + kBytes * static_cast<size_t>(x);
-                uint8_t *q = d + kBytes * static_cast<size_t>(mx);
-                q[0] = p[0];
-                q[1] = p[1];
-                q[2] = p[2];
-                selected = near(Rgb{p[2], p[1], p[0]});
+        // Eight pixels per mask byte: the byte of the region says which to visit, and the byte of
+        // the selection is gathered in a register and stored once.
+        for (int32_t group = 0; group < width; group += 8) {
+            const uint32_t visit = region != nullptr ? region[group >> 3] : 0xFFu;
+            if (visit == 0) continue;
+            const int32_t count = width - group < 8 ? width - group : 8;
+            uint32_t chosen = 0;
+            if constexpr (Bits == 24) {
+                // A whole group inside the region: one copy and no per-pixel tests of the region.
+                if (visit == 0xFFu && count == 8) {
+                    const uint8_t *p = s + 3 * static_cast<size_t>(box.x0 + group);
+                    std::memcpy(d + 3 * static_cast<size_t>(group), p, 24);
+                    for (int32_t i = 0; i < 8; ++i, p += 3) {
+                        chosen |= static_cast<uint32_t>(near(Rgb{p[2], p[1], p[0]})) << (7 - i);
+                    }
+                    m[group >> 3] = static_cast<uint8_t>(chosen);
+                    continue;
+                }
             }
-            if (selected) m[mx >> 3] = static_cast<uint8_t>(m[mx >> 3] | (0x80u >> (mx & 7)));
+            for (int32_t i = 0; i < count; ++i) {
+                const uint32_t bit = 0x80u >> i;
+                if ((visit & bit) == 0) continue;
+                const int32_t mx = group + i;
+                const int32_t x = box.x0 + mx;
+                bool selected;
+                if constexpr (Bits <= 8) {
+                    const uint8_t index = IndexPixel<Bits>::Get(s, x);
+                    IndexPixel<Bits>::Or(d, mx, index);
+                    selected = nearIndex[index];
+                } else if constexpr (Bits == 16) {
+                    const Rgb c = ChannelExpand16(ReadU16(s + 2 * static_cast<size_t>(x)), Is565);
+                    WriteU16(d + 2 * static_cast<size_t>(mx), ChannelPack16(c, Is565));
+                    selected = near(c);
+                } else {
+                    constexpr size_t kBytes = Bits / 8;
+                    const uint8_t *p = s + kBytes * static_cast<size_t>(x);
+                    uint8_t *q = d + kBytes * static_cast<size_t>(mx);
+                    q[0] = p[0];
+                    q[1] = p[1];
+                    q[2] = p[2];
+                    selected = near(Rgb{p[2], p[1], p[0]});
+                }
+                if (selected) chosen |= bit;
+            }
+            m[group >> 3] = static_cast<uint8_t>(chosen);
         }
         if (PercentProgress(my, box.y1 - box.y0, 0, 100, noDialog) == 0) {
             SetErrorStatus(TZ3_CANCELLED);
