@@ -37,5 +37,15 @@ run set-gray.png set-gray "$out/sample.bmp" "$out/set-gray.png"
 # Geometry.
 
 # Selection, new images and compositing.
+run select-ellipse.png select-image "$out/sample.bmp" "$out/select-ellipse.png" --ellipse 120,80,520,400 \
+  --fill 255,0,255 --mask-out "$out/select-ellipse-mask.png"
+run select-outside-polygon.png select-image "$out/sample.bmp" "$out/select-outside-polygon.png" \
+  --polygon 320,40,600,440,40,440 --outside --fill 0,128,0
+run auto-select-white.png auto-select-image "$out/sample.bmp" "$out/auto-select-white.png" --key 255,255,255 \
+  --metric luma --tolerance 40 --mask-out "$out/auto-select-white-mask.png"
+run auto-select-red-chroma.png auto-select-image "$out/sample.bmp" "$out/auto-select-red-chroma.png" \
+  --key 255,0,0 --metric chroma --tolerance 20 --mask-out "$out/auto-select-red-chroma-mask.png"
+run create-image.png create-image "$out/create-image.png" --width 320 --height 200 --depth 8 --colour 255,0,0
+run copy-image.bmp copy-image "$out/sample.bmp" "$out/copy-image.bmp"
 
 # Clipboard and the hidden mark.
