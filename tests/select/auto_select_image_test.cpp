@@ -3,6 +3,8 @@
 // statuses, progress, cancellation and allocation failure.
 #include <gtest/gtest.h>
 
+#include <thread>
+
 #include "support/select_reference.h"
 #include "support/test_images.h"
 #include "support/tone_harness.h"
@@ -393,4 +395,41 @@ TEST(AutoSelectImage, DialogAndExForm) {
     EXPECT_EQ(TZ3AutoSelectImageEx(image.h, nullptr, 1, nullptr, 0, nullptr, 1, 0, 0, 0, 0, 0, 1, 0, 0, 0), 0);
     EXPECT_EQ(Tz3GetErrorStatus(), 5);
     EXPECT_EQ(Tz3LiveBlocks(), live);
+}
+
+TEST(AutoSelectImage, TwoThreadsKeepTheirOwnHandlersAndStatuses) {
+    std::mt19937 rng(7112);
+    const std::vector<uint8_t> big = RandomDib(rng, 64, 120, 24);
+    const std::vector<uint8_t> small = RandomDib(rng, 9, 30, 16);
+    HandleGuard bigImage(ToBlock(big));
+    HandleGuard smallImage(ToBlock(small));
+    const RefPair expected = ReferenceAutoSelectImage(big, Whole(), 100, 150, 200, 1, 12);
+    for (int round = 0; round < 10; ++round) {
+        RefPair result;
+        int statusBig = -1, statusSmall = -1;
+        size_t callsBig = 0, callsSmall = 0;
+        std::thread first([&] {
+            ProgressRecorder progress;
+            PairGuard out(AutoSelect(bigImage.h, Whole(), 100, 150, 200, 1, 12));
+            statusBig = Tz3GetErrorStatus();
+            if (out.image.h != nullptr) result = RefPair{FromBlock(out.image.h), FromBlock(out.mask.h)};
+            callsBig = progress.calls.size();
+        });
+        std::thread second([&] {
+            ProgressRecorder progress(10);  // this thread's user cancels
+            const DibPair out = AutoSelect(smallImage.h, Whole(), 0, 0, 0, 2, 9);
+            statusSmall = Tz3GetErrorStatus();
+            callsSmall = progress.calls.size();
+            if (out.image != nullptr) Tz3GlobalFree(out.image);
+            if (out.mask != nullptr) Tz3GlobalFree(out.mask);
+        });
+        first.join();
+        second.join();
+        EXPECT_EQ(statusBig, 0);
+        EXPECT_EQ(result.image, expected.image);
+        EXPECT_EQ(result.mask, expected.mask);
+        EXPECT_EQ(callsBig, 120u);
+        EXPECT_EQ(statusSmall, 1);
+        EXPECT_EQ(callsSmall, 11u);
+    }
 }
