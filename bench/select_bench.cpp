@@ -17,13 +17,16 @@ void RunPair(benchmark::State &state, DibHandle source, Operation &&operation) {
         Tz3GlobalFree(out.image);
         Tz3GlobalFree(out.mask);
     }
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(Tz3GlobalSize(source)));
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) *
+                            static_cast<int64_t>(Tz3GlobalSize(source)));
 }
 
 // The ellipse inscribed in the picture, less a margin.
 const Tz3Rect kEllipse{200, 300, 3900, 3800};
 
-void BM_Select_MemcpyFresh_4096x4096x24(benchmark::State &state) { tz3bench::MemcpyFresh(state, tz3bench::Photo4096()); }
+void BM_Select_MemcpyFresh_4096x4096x24(benchmark::State &state) {
+    tz3bench::MemcpyFresh(state, tz3bench::Photo4096());
+}
 BENCHMARK(BM_Select_MemcpyFresh_4096x4096x24)->Unit(benchmark::kMillisecond);
 
 void BM_Select_MemcpyPreallocated_4096x4096x24(benchmark::State &state) {
@@ -45,7 +48,12 @@ void BM_Select_AutoSelectImage_4096x4096x24(benchmark::State &state) {
         return TZ3AutoSelectImage(image, 1, nullptr, 0, nullptr, 1, 120, 140, 90, metric, 30, 1, 0, 0, 0);
     });
 }
-BENCHMARK(BM_Select_AutoSelectImage_4096x4096x24)->Arg(0)->Arg(1)->Arg(2)->ArgName("metric")->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Select_AutoSelectImage_4096x4096x24)
+    ->Arg(0)
+    ->Arg(1)
+    ->Arg(2)
+    ->ArgName("metric")
+    ->Unit(benchmark::kMillisecond);
 
 void BM_Select_CreateImage_4096x4096x24(benchmark::State &state) {
     tz3bench::RunOperation(state, tz3bench::Photo4096(),
@@ -77,11 +85,12 @@ cv::Mat PhotoMat() {
 void BM_Select_OpenCVEllipseMaskedCopy_4096x4096x24(benchmark::State &state) {
     cv::setNumThreads(1);
     const cv::Mat photo = PhotoMat();
-    const cv::Rect box(kEllipse.left, kEllipse.top, kEllipse.right - kEllipse.left, kEllipse.bottom - kEllipse.top);
+    const cv::Rect box(kEllipse.left, kEllipse.top, kEllipse.right - kEllipse.left,
+                       kEllipse.bottom - kEllipse.top);
     for (auto _ : state) {
         cv::Mat mask(box.size(), CV_8UC1, cv::Scalar(0));
-        cv::ellipse(mask, cv::Point(box.width / 2, box.height / 2), cv::Size(box.width / 2, box.height / 2), 0, 0, 360,
-                    cv::Scalar(255), cv::FILLED);
+        cv::ellipse(mask, cv::Point(box.width / 2, box.height / 2), cv::Size(box.width / 2, box.height / 2),
+                    0, 0, 360, cv::Scalar(255), cv::FILLED);
         cv::Mat out(box.size(), CV_8UC3, cv::Scalar(255, 0, 255));
         photo(box).copyTo(out, mask);
         benchmark::DoNotOptimize(out.data);

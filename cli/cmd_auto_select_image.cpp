@@ -33,8 +33,8 @@ int RunAutoSelectImage(const std::vector<std::string> &args) {
     if (!keyGiven) throw UsageError("--key is required");
     if (tolerance[0] < 0 || tolerance[0] > 255) throw UsageError("--tolerance goes from 0 to 255");
     return RunSelection(a, "auto-select-image", [&](const RegionCall &c) {
-        return TZ3AutoSelectImage(c.pair.image, c.kind, c.Points(), c.Count(), &c.rect, c.inside, key[0], key[1],
-                                  key[2], metric, tolerance[0], 1, 0, 0, 0);
+        return TZ3AutoSelectImage(c.pair.image, c.kind, c.Points(), c.Count(), &c.rect, c.inside, key[0],
+                                  key[1], key[2], metric, tolerance[0], 1, 0, 0, 0);
     });
 }
 

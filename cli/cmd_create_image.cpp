@@ -27,8 +27,8 @@ int RunCreateImage(const std::vector<std::string> &args) {
         throw UsageError("--depth is 1, 4, 8, 16, 24 or 32");
     }
     OutputFormatFor(files[0]);
-    const DibOwner result =
-        TakeResult(TZ3CreateImage(size[0], size[1], d, colour[0], colour[1], colour[2], 1, 0, 0, 0), "create-image");
+    const DibOwner result = TakeResult(
+        TZ3CreateImage(size[0], size[1], d, colour[0], colour[1], colour[2], 1, 0, 0, 0), "create-image");
     SaveImageFile(files[0], result.Get());
     return 0;
 }

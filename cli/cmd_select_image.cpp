@@ -7,11 +7,11 @@ namespace tz3cli {
 
 int RunSelectImage(const std::vector<std::string> &args) {
     std::array<int32_t, 3> fill{0, 0, 0};
-    const SelectionCommandArgs a =
-        ReadSelectionCommand(args, [&](ArgReader &reader) { return TakeColourOption(reader, "--fill", fill); });
+    const SelectionCommandArgs a = ReadSelectionCommand(
+        args, [&](ArgReader &reader) { return TakeColourOption(reader, "--fill", fill); });
     return RunSelection(a, "select-image", [&](const RegionCall &c) {
-        return TZ3SelectImage(c.pair.image, c.kind, c.Points(), c.Count(), &c.rect, c.inside, fill[0], fill[1],
-                              fill[2], 1, 0, 0, 0);
+        return TZ3SelectImage(c.pair.image, c.kind, c.Points(), c.Count(), &c.rect, c.inside, fill[0],
+                              fill[1], fill[2], 1, 0, 0, 0);
     });
 }
 

@@ -10,7 +10,8 @@ bool TakeColourOption(ArgReader &reader, const char *name, std::array<int32_t, 3
         throw UsageError(std::string(name) + " needs R,G,B (got '" + text + "')");
     }
     for (const int32_t v : values) {
-        if (v < 0 || v > 255) throw UsageError(std::string(name) + " values go from 0 to 255 (got '" + text + "')");
+        if (v < 0 || v > 255)
+            throw UsageError(std::string(name) + " values go from 0 to 255 (got '" + text + "')");
     }
     rgb = {values[0], values[1], values[2]};
     return true;

@@ -52,8 +52,8 @@ DibHandle CopyImage(DibHandle handle, int32_t noDialog) {
 }  // namespace
 }  // namespace tz3
 
-extern "C" TZ3_API DibHandle TZ3CopyImage(DibHandle image, int32_t noDialog, intptr_t dialog1, intptr_t dialog2,
-                                          intptr_t dialog3) {
+extern "C" TZ3_API DibHandle TZ3CopyImage(DibHandle image, int32_t noDialog, intptr_t dialog1,
+                                          intptr_t dialog2, intptr_t dialog3) {
     return tz3::RunExport<DibHandle>(noDialog, dialog1, dialog2, dialog3,
                                      [&] { return tz3::CopyImage(image, noDialog); });
 }

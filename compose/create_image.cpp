@@ -22,9 +22,9 @@ namespace {
 // The sixteen colours, as red, green, blue. The middle level is 127, not 128: images made before
 // keep their colours.
 constexpr uint8_t kCreateImagePalette16[16][3] = {
-    {0, 0, 0},       {127, 0, 0},   {0, 127, 0},   {127, 127, 0}, {0, 0, 127},   {127, 0, 127},
-    {0, 127, 127},   {127, 127, 127}, {192, 192, 192}, {255, 0, 0}, {0, 255, 0},   {255, 255, 0},
-    {0, 0, 255},     {255, 0, 255}, {0, 255, 255}, {255, 255, 255},
+    {0, 0, 0},     {127, 0, 0},     {0, 127, 0},     {127, 127, 0},   {0, 0, 127}, {127, 0, 127},
+    {0, 127, 127}, {127, 127, 127}, {192, 192, 192}, {255, 0, 0},     {0, 255, 0}, {255, 255, 0},
+    {0, 0, 255},   {255, 0, 255},   {0, 255, 255},   {255, 255, 255},
 };
 constexpr uint32_t kCube = 216;
 
@@ -41,8 +41,8 @@ void CreateImagePalette216(uint8_t *table) {
     for (uint32_t a = 0; a < 6; ++a) {
         for (uint32_t b = 0; b < 6; ++b) {
             for (uint32_t c = 0; c < 6; ++c) {
-                WriteEntry(table, a * 36 + b * 6 + c, static_cast<uint8_t>(51 * c), static_cast<uint8_t>(51 * b),
-                           static_cast<uint8_t>(51 * a));
+                WriteEntry(table, a * 36 + b * 6 + c, static_cast<uint8_t>(51 * c),
+                           static_cast<uint8_t>(51 * b), static_cast<uint8_t>(51 * a));
             }
         }
     }
@@ -50,20 +50,26 @@ void CreateImagePalette216(uint8_t *table) {
 
 void CreateImagePalette16(uint8_t *table) {
     for (uint32_t i = 0; i < 16; ++i) {
-        WriteEntry(table, i, kCreateImagePalette16[i][0], kCreateImagePalette16[i][1], kCreateImagePalette16[i][2]);
+        WriteEntry(table, i, kCreateImagePalette16[i][0], kCreateImagePalette16[i][1],
+                   kCreateImagePalette16[i][2]);
     }
 }
 
 // Bytes of header and colour table by depth; 0 for a depth this does not make.
 uint32_t HeadBytes(int32_t bitCount) {
     switch (bitCount) {
-        case 1: return 48;
-        case 4: return 104;
-        case 8: return 904;
+        case 1:
+            return 48;
+        case 4:
+            return 104;
+        case 8:
+            return 904;
         case 16:
         case 24:
-        case 32: return 40;
-        default: return 0;
+        case 32:
+            return 40;
+        default:
+            return 0;
     }
 }
 
@@ -83,7 +89,8 @@ void FillFirstRow(uint8_t *row, const uint8_t *dib, int32_t width, uint8_t red, 
     } else if constexpr (Bits == 8) {
         std::memset(row, NearestPaletteIndex(red, green, blue, dib), w);
     } else if constexpr (Bits == 16) {
-        const auto word = static_cast<uint16_t>(((red * 31 / 255) << 10) | ((green * 31 / 255) << 5) | (blue * 31 / 255));
+        const auto word =
+            static_cast<uint16_t>(((red * 31 / 255) << 10) | ((green * 31 / 255) << 5) | (blue * 31 / 255));
         for (size_t x = 0; x < w; ++x) WriteU16(row + 2 * x, word);
     } else {
         constexpr size_t kBytes = Bits / 8;
@@ -165,9 +172,15 @@ DibHandle CreateImage(int32_t width, int32_t height, int32_t bitCountArg, int32_
             CreateImagePalette216(table);
             done = CreateImageWorker<8>(dib, width, height, total, red, green, blue, noDialog);
             break;
-        case 16: done = CreateImageWorker<16>(dib, width, height, total, red, green, blue, noDialog); break;
-        case 24: done = CreateImageWorker<24>(dib, width, height, total, red, green, blue, noDialog); break;
-        default: done = CreateImageWorker<32>(dib, width, height, total, red, green, blue, noDialog); break;
+        case 16:
+            done = CreateImageWorker<16>(dib, width, height, total, red, green, blue, noDialog);
+            break;
+        case 24:
+            done = CreateImageWorker<24>(dib, width, height, total, red, green, blue, noDialog);
+            break;
+        default:
+            done = CreateImageWorker<32>(dib, width, height, total, red, green, blue, noDialog);
+            break;
     }
     if (!done) return nullptr;
     return block.Release();

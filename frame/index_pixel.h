@@ -16,7 +16,8 @@ struct IndexPixel {
         if constexpr (Bits == 1) {
             return static_cast<uint8_t>((row[x >> 3] >> (7 - (x & 7))) & 1u);
         } else if constexpr (Bits == 4) {
-            return (x & 1) == 0 ? static_cast<uint8_t>(row[x >> 1] >> 4) : static_cast<uint8_t>(row[x >> 1] & 15u);
+            return (x & 1) == 0 ? static_cast<uint8_t>(row[x >> 1] >> 4)
+                                : static_cast<uint8_t>(row[x >> 1] & 15u);
         } else {
             return row[x];
         }
@@ -29,7 +30,8 @@ struct IndexPixel {
         if constexpr (Bits == 1) {
             if ((value & 1u) != 0) row[x >> 3] = static_cast<uint8_t>(row[x >> 3] | (0x80u >> (x & 7)));
         } else if constexpr (Bits == 4) {
-            row[x >> 1] = static_cast<uint8_t>(row[x >> 1] | ((x & 1) == 0 ? static_cast<uint8_t>(value << 4) : value));
+            row[x >> 1] =
+                static_cast<uint8_t>(row[x >> 1] | ((x & 1) == 0 ? static_cast<uint8_t>(value << 4) : value));
         } else {
             row[x] = static_cast<uint8_t>(row[x] | value);
         }

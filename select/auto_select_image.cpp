@@ -58,7 +58,9 @@ struct NearInRgb {
 struct NearInChroma {
     const YccTables &t;
     int32_t keyCr, keyCb, limit;
-    bool operator()(Rgb c) const { return std::abs(CrOf(t, c) - keyCr) + std::abs(CbOf(t, c) - keyCb) <= limit; }
+    bool operator()(Rgb c) const {
+        return std::abs(CrOf(t, c) - keyCr) + std::abs(CbOf(t, c) - keyCb) <= limit;
+    }
 };
 struct NearInLuma {
     const YccTables &t;
@@ -77,8 +79,9 @@ Rgb TableColour(const uint8_t *dib, size_t blockSize, uint32_t index) {
 // Walks the box. Palette formats judge each possible index once, since the decision depends on the
 // colour alone; the other formats judge every pixel.
 template <uint16_t Bits, bool Is565, class Near>
-bool AutoSelectImageWorker(const uint8_t *src, size_t blockSize, const RegionBox &box, const uint8_t *regionMask,
-                           uint8_t *result, uint8_t *maskDib, const Near &near, int32_t noDialog) {
+bool AutoSelectImageWorker(const uint8_t *src, size_t blockSize, const RegionBox &box,
+                           const uint8_t *regionMask, uint8_t *result, uint8_t *maskDib, const Near &near,
+                           int32_t noDialog) {
     const auto srcStride = static_cast<size_t>(DibRowBytes(src));
     const auto dstStride = static_cast<size_t>(DibRowBytes(result));
     const auto maskStride = static_cast<size_t>(DibRowBytes(maskDib));
@@ -97,7 +100,8 @@ bool AutoSelectImageWorker(const uint8_t *src, size_t blockSize, const RegionBox
         const uint8_t *s = srcBits + srcStride * static_cast<size_t>(y);
         uint8_t *d = dstBits + dstStride * static_cast<size_t>(my);
         uint8_t *m = maskBits + maskStride * static_cast<size_t>(my);
-        const uint8_t *region = regionBits != nullptr ? regionBits + regionStride * static_cast<size_t>(my) : nullptr;
+        const uint8_t *region =
+            regionBits != nullptr ? regionBits + regionStride * static_cast<size_t>(my) : nullptr;
         // Eight pixels per mask byte: the byte of the region says which to visit, and the byte of
         // the selection is gathered in a register and stored once.
         for (int32_t group = 0; group < width; group += 8) {
@@ -153,28 +157,36 @@ bool AutoSelectImageWorker(const uint8_t *src, size_t blockSize, const RegionBox
 }
 
 template <class Near>
-bool RunAutoSelectWorker(const OpenedDib &image, const RegionBox &box, const uint8_t *regionMask, uint8_t *result,
-                         uint8_t *mask, const Near &near, int32_t noDialog) {
+bool RunAutoSelectWorker(const OpenedDib &image, const RegionBox &box, const uint8_t *regionMask,
+                         uint8_t *result, uint8_t *mask, const Near &near, int32_t noDialog) {
     const uint8_t *dib = image.dib;
     const size_t size = image.lock.size();
     switch (DibBitCount(dib)) {
-        case 1: return AutoSelectImageWorker<1, false>(dib, size, box, regionMask, result, mask, near, noDialog);
-        case 4: return AutoSelectImageWorker<4, false>(dib, size, box, regionMask, result, mask, near, noDialog);
-        case 8: return AutoSelectImageWorker<8, false>(dib, size, box, regionMask, result, mask, near, noDialog);
+        case 1:
+            return AutoSelectImageWorker<1, false>(dib, size, box, regionMask, result, mask, near, noDialog);
+        case 4:
+            return AutoSelectImageWorker<4, false>(dib, size, box, regionMask, result, mask, near, noDialog);
+        case 8:
+            return AutoSelectImageWorker<8, false>(dib, size, box, regionMask, result, mask, near, noDialog);
         case 16:
             if (image.redMask == kRed555Mask) {
-                return AutoSelectImageWorker<16, false>(dib, size, box, regionMask, result, mask, near, noDialog);
+                return AutoSelectImageWorker<16, false>(dib, size, box, regionMask, result, mask, near,
+                                                        noDialog);
             }
             return AutoSelectImageWorker<16, true>(dib, size, box, regionMask, result, mask, near, noDialog);
-        case 24: return AutoSelectImageWorker<24, false>(dib, size, box, regionMask, result, mask, near, noDialog);
-        case 32: return AutoSelectImageWorker<32, false>(dib, size, box, regionMask, result, mask, near, noDialog);
-        default: SetErrorStatus(TZ3_BAD_DEPTH); return false;
+        case 24:
+            return AutoSelectImageWorker<24, false>(dib, size, box, regionMask, result, mask, near, noDialog);
+        case 32:
+            return AutoSelectImageWorker<32, false>(dib, size, box, regionMask, result, mask, near, noDialog);
+        default:
+            SetErrorStatus(TZ3_BAD_DEPTH);
+            return false;
     }
 }
 
-DibPair AutoSelectImage(DibHandle handle, int32_t kind, const Tz3Point *points, int32_t count, const Tz3Rect &rect,
-                        int32_t inside, int32_t keyRed, int32_t keyGreen, int32_t keyBlue, int32_t metricArg,
-                        int32_t toleranceArg, int32_t noDialog) {
+DibPair AutoSelectImage(DibHandle handle, int32_t kind, const Tz3Point *points, int32_t count,
+                        const Tz3Rect &rect, int32_t inside, int32_t keyRed, int32_t keyGreen,
+                        int32_t keyBlue, int32_t metricArg, int32_t toleranceArg, int32_t noDialog) {
     // The metric is checked before anything else, the image included.
     const auto metric = static_cast<uint8_t>(metricArg);
     if (metric > 2) {
@@ -192,8 +204,8 @@ DibPair AutoSelectImage(DibHandle handle, int32_t kind, const Tz3Point *points, 
     const int32_t h = shape.Height();
     OwnedBlock region;
     if (shape.kind != kRegionWhole) {
-        DibHandle made = MakeRegionMask(w, h, shape.kind, shape.polygon, shape.count, shape.draw.left, shape.draw.top,
-                                        shape.draw.right, shape.draw.bottom, inside);
+        DibHandle made = MakeRegionMask(w, h, shape.kind, shape.polygon, shape.count, shape.draw.left,
+                                        shape.draw.top, shape.draw.right, shape.draw.bottom, inside);
         if (made == nullptr) return DibPair{};
         region = OwnedBlock(made);
         if (!region) {
@@ -218,7 +230,8 @@ DibPair AutoSelectImage(DibHandle handle, int32_t kind, const Tz3Point *points, 
     }
     YccTables tables;
     if (!BuildYccTables(tables)) return DibPair{};
-    const Rgb key{static_cast<uint8_t>(keyRed), static_cast<uint8_t>(keyGreen), static_cast<uint8_t>(keyBlue)};
+    const Rgb key{static_cast<uint8_t>(keyRed), static_cast<uint8_t>(keyGreen),
+                  static_cast<uint8_t>(keyBlue)};
     const int32_t tolerance = static_cast<uint8_t>(toleranceArg);
     const uint8_t *regionMask = region ? region.bytes() : nullptr;
     bool done;
@@ -228,9 +241,9 @@ DibPair AutoSelectImage(DibHandle handle, int32_t kind, const Tz3Point *points, 
                                        NearInRgb{key, 3 * tolerance}, noDialog);
             break;
         case 1:
-            done = RunAutoSelectWorker(image, shape.box, regionMask, result.bytes(), mask.bytes(),
-                                       NearInChroma{tables, CrOf(tables, key), CbOf(tables, key), 2 * tolerance},
-                                       noDialog);
+            done = RunAutoSelectWorker(
+                image, shape.box, regionMask, result.bytes(), mask.bytes(),
+                NearInChroma{tables, CrOf(tables, key), CbOf(tables, key), 2 * tolerance}, noDialog);
             break;
         default:
             done = RunAutoSelectWorker(image, shape.box, regionMask, result.bytes(), mask.bytes(),
@@ -244,30 +257,32 @@ DibPair AutoSelectImage(DibHandle handle, int32_t kind, const Tz3Point *points, 
 }  // namespace
 }  // namespace tz3
 
-extern "C" TZ3_API DibPair TZ3AutoSelectImage(DibHandle image, int32_t kind, const Tz3Point *points, int32_t count,
-                                              const Tz3Rect *rect, int32_t inside, int32_t keyRed, int32_t keyGreen,
-                                              int32_t keyBlue, int32_t metric, int32_t tolerance, int32_t noDialog,
+extern "C" TZ3_API DibPair TZ3AutoSelectImage(DibHandle image, int32_t kind, const Tz3Point *points,
+                                              int32_t count, const Tz3Rect *rect, int32_t inside,
+                                              int32_t keyRed, int32_t keyGreen, int32_t keyBlue,
+                                              int32_t metric, int32_t tolerance, int32_t noDialog,
                                               intptr_t dialog1, intptr_t dialog2, intptr_t dialog3) {
     using namespace tz3;
     return RunExport<DibPair>(noDialog, dialog1, dialog2, dialog3, [&] {
         const Tz3Rect r = rect != nullptr ? *rect : Tz3Rect{0, 0, 0, 0};
-        return AutoSelectImage(image, kind, points, count, r, inside, keyRed, keyGreen, keyBlue, metric, tolerance,
-                               noDialog);
+        return AutoSelectImage(image, kind, points, count, r, inside, keyRed, keyGreen, keyBlue, metric,
+                               tolerance, noDialog);
     });
 }
 
 extern "C" TZ3_API int32_t TZ3AutoSelectImageEx(DibHandle image, DibPair *result, int32_t kind,
                                                 const Tz3Point *points, int32_t count, const Tz3Rect *rect,
-                                                int32_t inside, int32_t keyRed, int32_t keyGreen, int32_t keyBlue,
-                                                int32_t metric, int32_t tolerance, int32_t noDialog, intptr_t dialog1,
-                                                intptr_t dialog2, intptr_t dialog3) {
+                                                int32_t inside, int32_t keyRed, int32_t keyGreen,
+                                                int32_t keyBlue, int32_t metric, int32_t tolerance,
+                                                int32_t noDialog, intptr_t dialog1, intptr_t dialog2,
+                                                intptr_t dialog3) {
     using namespace tz3;
     bool ran = false;
     const DibPair pair = RunExport<DibPair>(noDialog, dialog1, dialog2, dialog3, [&] {
         ran = true;
         const Tz3Rect r = rect != nullptr ? *rect : Tz3Rect{0, 0, 0, 0};
-        return AutoSelectImage(image, kind, points, count, r, inside, keyRed, keyGreen, keyBlue, metric, tolerance,
-                               noDialog);
+        return AutoSelectImage(image, kind, points, count, r, inside, keyRed, keyGreen, keyBlue, metric,
+                               tolerance, noDialog);
     });
     return HandOutPair(ran, pair, result);
 }

@@ -85,7 +85,8 @@ bool SelectImageWorker(const uint8_t *src, const RegionBox &box, const uint8_t *
             for (; mx + 8 <= width; mx += 8) {
                 const uint8_t bits = m[mx >> 3];
                 if (bits == 0xFF) {
-                    std::memcpy(d + kBytes * static_cast<size_t>(mx), s + kBytes * static_cast<size_t>(mx), 8 * kBytes);
+                    std::memcpy(d + kBytes * static_cast<size_t>(mx), s + kBytes * static_cast<size_t>(mx),
+                                8 * kBytes);
                 } else {
                     for (int32_t i = 0; i < 8; ++i) one(mx + i, (bits & (0x80u >> i)) != 0);
                 }
@@ -100,8 +101,9 @@ bool SelectImageWorker(const uint8_t *src, const RegionBox &box, const uint8_t *
     return true;
 }
 
-DibPair SelectImage(DibHandle handle, int32_t kind, const Tz3Point *points, int32_t count, const Tz3Rect &rect,
-                    int32_t inside, int32_t fillRed, int32_t fillGreen, int32_t fillBlue, int32_t noDialog) {
+DibPair SelectImage(DibHandle handle, int32_t kind, const Tz3Point *points, int32_t count,
+                    const Tz3Rect &rect, int32_t inside, int32_t fillRed, int32_t fillGreen, int32_t fillBlue,
+                    int32_t noDialog) {
     OpenedDib image;
     if (!OpenDib(handle, kFormatAll, image)) return DibPair{};
     const uint8_t *dib = image.dib;
@@ -118,8 +120,8 @@ DibPair SelectImage(DibHandle handle, int32_t kind, const Tz3Point *points, int3
         SetErrorStatus(TZ3_NO_MEMORY);
         return DibPair{};
     }
-    DibHandle made = MakeRegionMask(w, h, shape.kind, shape.polygon, shape.count, shape.draw.left, shape.draw.top,
-                                    shape.draw.right, shape.draw.bottom, inside);
+    DibHandle made = MakeRegionMask(w, h, shape.kind, shape.polygon, shape.count, shape.draw.left,
+                                    shape.draw.top, shape.draw.right, shape.draw.bottom, inside);
     if (made == nullptr) return DibPair{};
     OwnedBlock mask(made);
     if (!mask) {
@@ -135,13 +137,27 @@ DibPair SelectImage(DibHandle handle, int32_t kind, const Tz3Point *points, int3
     const FillPixel fill = MakeFill(bitCount, image.redMask != kRed555Mask, index, red, green, blue);
     bool done = false;
     switch (bitCount) {
-        case 1: done = SelectImageWorker<1>(dib, shape.box, mask.bytes(), result.bytes(), fill, noDialog); break;
-        case 4: done = SelectImageWorker<4>(dib, shape.box, mask.bytes(), result.bytes(), fill, noDialog); break;
-        case 8: done = SelectImageWorker<8>(dib, shape.box, mask.bytes(), result.bytes(), fill, noDialog); break;
-        case 16: done = SelectImageWorker<16>(dib, shape.box, mask.bytes(), result.bytes(), fill, noDialog); break;
-        case 24: done = SelectImageWorker<24>(dib, shape.box, mask.bytes(), result.bytes(), fill, noDialog); break;
-        case 32: done = SelectImageWorker<32>(dib, shape.box, mask.bytes(), result.bytes(), fill, noDialog); break;
-        default: SetErrorStatus(TZ3_BAD_DEPTH); break;
+        case 1:
+            done = SelectImageWorker<1>(dib, shape.box, mask.bytes(), result.bytes(), fill, noDialog);
+            break;
+        case 4:
+            done = SelectImageWorker<4>(dib, shape.box, mask.bytes(), result.bytes(), fill, noDialog);
+            break;
+        case 8:
+            done = SelectImageWorker<8>(dib, shape.box, mask.bytes(), result.bytes(), fill, noDialog);
+            break;
+        case 16:
+            done = SelectImageWorker<16>(dib, shape.box, mask.bytes(), result.bytes(), fill, noDialog);
+            break;
+        case 24:
+            done = SelectImageWorker<24>(dib, shape.box, mask.bytes(), result.bytes(), fill, noDialog);
+            break;
+        case 32:
+            done = SelectImageWorker<32>(dib, shape.box, mask.bytes(), result.bytes(), fill, noDialog);
+            break;
+        default:
+            SetErrorStatus(TZ3_BAD_DEPTH);
+            break;
     }
     if (!done) return DibPair{};
     return DibPair{result.Release(), mask.Release()};
@@ -150,10 +166,10 @@ DibPair SelectImage(DibHandle handle, int32_t kind, const Tz3Point *points, int3
 }  // namespace
 }  // namespace tz3
 
-extern "C" TZ3_API DibPair TZ3SelectImage(DibHandle image, int32_t kind, const Tz3Point *points, int32_t count,
-                                          const Tz3Rect *rect, int32_t inside, int32_t fillRed, int32_t fillGreen,
-                                          int32_t fillBlue, int32_t noDialog, intptr_t dialog1, intptr_t dialog2,
-                                          intptr_t dialog3) {
+extern "C" TZ3_API DibPair TZ3SelectImage(DibHandle image, int32_t kind, const Tz3Point *points,
+                                          int32_t count, const Tz3Rect *rect, int32_t inside, int32_t fillRed,
+                                          int32_t fillGreen, int32_t fillBlue, int32_t noDialog,
+                                          intptr_t dialog1, intptr_t dialog2, intptr_t dialog3) {
     using namespace tz3;
     return RunExport<DibPair>(noDialog, dialog1, dialog2, dialog3, [&] {
         const Tz3Rect r = rect != nullptr ? *rect : Tz3Rect{0, 0, 0, 0};
@@ -161,9 +177,10 @@ extern "C" TZ3_API DibPair TZ3SelectImage(DibHandle image, int32_t kind, const T
     });
 }
 
-extern "C" TZ3_API int32_t TZ3SelectImageEx(DibHandle image, DibPair *result, int32_t kind, const Tz3Point *points,
-                                            int32_t count, const Tz3Rect *rect, int32_t inside, int32_t fillRed,
-                                            int32_t fillGreen, int32_t fillBlue, int32_t noDialog, intptr_t dialog1,
+extern "C" TZ3_API int32_t TZ3SelectImageEx(DibHandle image, DibPair *result, int32_t kind,
+                                            const Tz3Point *points, int32_t count, const Tz3Rect *rect,
+                                            int32_t inside, int32_t fillRed, int32_t fillGreen,
+                                            int32_t fillBlue, int32_t noDialog, intptr_t dialog1,
                                             intptr_t dialog2, intptr_t dialog3) {
     using namespace tz3;
     bool ran = false;

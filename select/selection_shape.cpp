@@ -36,8 +36,8 @@ bool ResolveSelectionShape(const uint8_t *dib, uint8_t kind, const Tz3Point *poi
             }
             return true;
         case kRegionPolygon:
-            out.clipped = ClipPolygon(points, count, maxX, maxY, &out.box.x0, &out.box.y0, &out.box.x1, &out.box.y1,
-                                      inside);
+            out.clipped = ClipPolygon(points, count, maxX, maxY, &out.box.x0, &out.box.y0, &out.box.x1,
+                                      &out.box.y1, inside);
             if (!out.clipped) return false;
             out.polygon = reinterpret_cast<const Tz3Point *>(out.clipped.bytes());
             out.count = count;

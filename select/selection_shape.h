@@ -12,11 +12,11 @@ namespace tz3 {
 struct SelectionShape {
     uint8_t kind = 0;  // the kind the mask is drawn with
     RegionBox box{};
-    OwnedBlock clipped;          // the clamped points of a polygon
-    Tz3Point corners[4] = {};    // the whole image as a polygon
+    OwnedBlock clipped;        // the clamped points of a polygon
+    Tz3Point corners[4] = {};  // the whole image as a polygon
     const Tz3Point *polygon = nullptr;
     int32_t count = 0;
-    Tz3Rect draw{0, 0, 0, 0};    // the ellipse's rectangle
+    Tz3Rect draw{0, 0, 0, 0};  // the ellipse's rectangle
     int32_t Width() const { return box.x1 - box.x0 + 1; }
     int32_t Height() const { return box.y1 - box.y0 + 1; }
 };

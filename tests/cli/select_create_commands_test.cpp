@@ -21,7 +21,9 @@ struct Shape {
     std::vector<std::string> options;  // the same shape as the tool's options
 };
 
-Shape WholeShape() { return Shape{}; }
+Shape WholeShape() {
+    return Shape{};
+}
 Shape PolygonShape(bool outside) {
     Shape s{2, {{1, 0}, {9, 2}, {3, 4}}, {0, 0, 0, 0}, outside ? 0 : 1, {"--polygon", "1,0,9,2,3,4"}};
     if (outside) s.options.push_back("--outside");
@@ -56,8 +58,8 @@ PairCall SelectCall(int32_t r, int32_t g, int32_t b) {
 PairCall AutoSelectCall(int32_t r, int32_t g, int32_t b, int32_t metric, int32_t tolerance) {
     return [=](DibHandle image, const Shape &s) {
         return TZ3AutoSelectImage(image, s.kind, s.points.empty() ? nullptr : s.points.data(),
-                                  static_cast<int32_t>(s.points.size()), &s.rect, s.inside, r, g, b, metric, tolerance,
-                                  1, 0, 0, 0);
+                                  static_cast<int32_t>(s.points.size()), &s.rect, s.inside, r, g, b, metric,
+                                  tolerance, 1, 0, 0, 0);
     };
 }
 
@@ -80,7 +82,8 @@ class SelectCreateCommands : public ToolTest {
     std::pair<Bytes, Bytes> RunSelection(const std::string &command, const BmpVariant &v, const Shape &shape,
                                          const std::vector<std::string> &own) {
         WriteFile(Path("in.bmp"), v.file);
-        std::vector<std::string> args{command, Path("in.bmp"), Path("out.bmp"), "--mask-out", Path("mask.bmp")};
+        std::vector<std::string> args{command, Path("in.bmp"), Path("out.bmp"), "--mask-out",
+                                      Path("mask.bmp")};
         args.insert(args.end(), shape.options.begin(), shape.options.end());
         args.insert(args.end(), own.begin(), own.end());
         const ToolRun run = RunTool(args);
@@ -125,9 +128,11 @@ TEST_F(SelectCreateCommands, AutoSelectImageMatchesTheDirectCallForEachMetricDep
         for (const Shape &shape : EveryShape()) {
             {
                 const auto &[name, metric] = metrics[turn++ % metrics.size()];
-                SCOPED_TRACE(v.name + " " + name + " " + (shape.options.empty() ? "whole" : shape.options[0]));
-                const auto got = RunSelection("auto-select-image", v, shape,
-                                              {"--key", "255,255,255", "--metric", name, "--tolerance", "70"});
+                SCOPED_TRACE(v.name + " " + name + " " +
+                             (shape.options.empty() ? "whole" : shape.options[0]));
+                const auto got =
+                    RunSelection("auto-select-image", v, shape,
+                                 {"--key", "255,255,255", "--metric", name, "--tolerance", "70"});
                 const auto expected = Direct(v.dib, shape, AutoSelectCall(255, 255, 255, metric, 70));
                 EXPECT_EQ(got.first, expected.first);
                 EXPECT_EQ(got.second, expected.second);
@@ -153,8 +158,8 @@ TEST_F(SelectCreateCommands, WithoutMaskOutOnlyTheImageIsWritten) {
 
 TEST_F(SelectCreateCommands, CreateImageMatchesTheDirectCallAtEveryDepth) {
     for (const int depth : {1, 4, 8, 16, 24, 32}) {
-        const ToolRun run = RunTool({"create-image", Path("new.bmp"), "--width", "13", "--height", "3", "--depth",
-                                     std::to_string(depth), "--colour", "255,0,0"});
+        const ToolRun run = RunTool({"create-image", Path("new.bmp"), "--width", "13", "--height", "3",
+                                     "--depth", std::to_string(depth), "--colour", "255,0,0"});
         ASSERT_EQ(run.exitCode, 0) << run.err;
         Block direct(TZ3CreateImage(13, 3, depth, 255, 0, 0, 1, 0, 0, 0));
         EXPECT_EQ(DibFromBmp(ReadFile(Path("new.bmp"))), direct.ToBytes()) << depth;
@@ -186,7 +191,8 @@ TEST_F(SelectCreateCommands, UsageErrorsWriteNothing) {
     ExpectNoOutput({"select-image", in, out, "--mask-out", mask + ".gif"}, 2, "usage: tz3 select-image");
     ExpectNoOutput({"select-image", in, out, "--outside"}, 2, "--outside needs");
     ExpectNoOutput({"auto-select-image", in, out}, 2, "--key is required");
-    ExpectNoOutput({"auto-select-image", in, out, "--key", "1,2,3", "--metric", "hue"}, 2, "rgb, chroma or luma");
+    ExpectNoOutput({"auto-select-image", in, out, "--key", "1,2,3", "--metric", "hue"}, 2,
+                   "rgb, chroma or luma");
     ExpectNoOutput({"auto-select-image", in, out, "--key", "1,2,3", "--tolerance", "256"}, 2, "0 to 255");
     ExpectNoOutput({"create-image", out, "--width", "3"}, 2, "--width and --height are required");
     ExpectNoOutput({"create-image", out, "--width", "0", "--height", "3"}, 2, "at least 1");
@@ -206,13 +212,13 @@ TEST_F(SelectCreateCommands, CancelledRunsLeaveNeitherImageNorMask) {
     const std::vector<std::string> env{"TZ3_CANCEL_AFTER=1"};
     ExpectNoOutput({"select-image", Path("in.bmp"), Path("out.bmp"), "--mask-out", Path("m.bmp")}, 130,
                    "tz3: select-image: cancelled (status 1)", env);
-    ExpectNoOutput({"auto-select-image", Path("in.bmp"), Path("out.bmp"), "--key", "0,0,0", "--mask-out",
-                    Path("m.bmp")},
-                   130, "tz3: auto-select-image: cancelled (status 1)", env);
+    ExpectNoOutput(
+        {"auto-select-image", Path("in.bmp"), Path("out.bmp"), "--key", "0,0,0", "--mask-out", Path("m.bmp")},
+        130, "tz3: auto-select-image: cancelled (status 1)", env);
     ExpectNoOutput({"create-image", Path("out.bmp"), "--width", "3", "--height", "3"}, 130,
                    "tz3: create-image: cancelled (status 1)", env);
-    ExpectNoOutput({"copy-image", Path("in.bmp"), Path("out.bmp")}, 130, "tz3: copy-image: cancelled (status 1)",
-                   env);
+    ExpectNoOutput({"copy-image", Path("in.bmp"), Path("out.bmp")}, 130,
+                   "tz3: copy-image: cancelled (status 1)", env);
 }
 
 }  // namespace

@@ -12,7 +12,9 @@ using namespace tz3test;
 
 namespace {
 
-DibHandle Copy(DibHandle image, int32_t noDialog = 1) { return TZ3CopyImage(image, noDialog, 0, 0, 0); }
+DibHandle Copy(DibHandle image, int32_t noDialog = 1) {
+    return TZ3CopyImage(image, noDialog, 0, 0, 0);
+}
 
 // A block of `size` bytes, none of them zero, that is no image at all.
 std::vector<uint8_t> Pattern(size_t size) {
@@ -37,7 +39,9 @@ void *WatchAlloc(void *user, size_t bytes) {
     w->lastBytes = bytes;
     return w->last;
 }
-void WatchRelease(void *, void *p) { std::free(p); }
+void WatchRelease(void *, void *p) {
+    std::free(p);
+}
 int32_t WatchProgress(void *user, int32_t current, int32_t, int32_t, int32_t, int32_t) {
     auto *w = static_cast<CopyWatch *>(user);
     const uint8_t *copy = static_cast<const uint8_t *>(w->last) + (w->lastBytes - w->size);
@@ -137,9 +141,11 @@ TEST(CopyImage, TheLastStepCopiesTheRemainder) {
 
 TEST(CopyImage, CancelAtEveryStepLeavesNothing) {
     HandleGuard small(ToBlock(Pattern(100)));
-    ExpectCancelAtEveryProgressCall(1, [&] { return Copy(small.h); }, "one step");
+    ExpectCancelAtEveryProgressCall(
+        1, [&] { return Copy(small.h); }, "one step");
     HandleGuard large(ToBlock(Pattern(250)));
-    ExpectCancelAtEveryProgressCall(101, [&] { return Copy(large.h); }, "stepped");
+    ExpectCancelAtEveryProgressCall(
+        101, [&] { return Copy(large.h); }, "stepped");
     ExpectCallerBlocksUnchanged(large.h, Pattern(250));
 }
 
@@ -150,7 +156,8 @@ TEST(CopyImage, NullHandleIsStatus7AndAFailedAllocationStatus3) {
     long allocations = 0;
     CountAllocations([&] { return Copy(image.h); }, &allocations);
     EXPECT_EQ(allocations, 1);
-    ExpectFailureAtEveryAllocation(allocations, [&] { return Copy(image.h); }, "copy");
+    ExpectFailureAtEveryAllocation(
+        allocations, [&] { return Copy(image.h); }, "copy");
     EXPECT_TRUE(IsUnlocked(image.h));
 }
 

@@ -10,7 +10,8 @@ using namespace tz3test;
 
 namespace {
 
-DibHandle Create(int32_t width, int32_t height, int32_t bits, int32_t r, int32_t g, int32_t b, int32_t noDialog = 1) {
+DibHandle Create(int32_t width, int32_t height, int32_t bits, int32_t r, int32_t g, int32_t b,
+                 int32_t noDialog = 1) {
     return TZ3CreateImage(width, height, bits, r, g, b, noDialog, 0, 0, 0);
 }
 
@@ -206,7 +207,8 @@ TEST(CreateImage, BitCountIsASigned16BitValue) {
 TEST(CreateImage, ColourCountsByItsLowByte) {
     HandleGuard out(Create(1, 1, 24, 0x101, 0x2FF, -2));
     const std::vector<uint8_t> pixel = FromBlock(out.h);
-    EXPECT_EQ(std::vector<uint8_t>(pixel.begin() + 40, pixel.begin() + 43), (std::vector<uint8_t>{254, 255, 1}));
+    EXPECT_EQ(std::vector<uint8_t>(pixel.begin() + 40, pixel.begin() + 43),
+              (std::vector<uint8_t>{254, 255, 1}));
 }
 
 TEST(CreateImage, SizesPastTheBlockLimitAreStatus3) {
@@ -226,7 +228,8 @@ TEST(CreateImage, ReportsEachRowAndCancelsAtEveryRowLeavingNothing) {
             ASSERT_NE(out.h, nullptr);
             ExpectCountingProgress(progress.calls, 4, 2);
         }
-        ExpectCancelAtEveryProgressCall(4, [&] { return Create(3, 4, bits, 9, 9, 9); }, std::to_string(bits));
+        ExpectCancelAtEveryProgressCall(
+            4, [&] { return Create(3, 4, bits, 9, 9, 9); }, std::to_string(bits));
     }
 }
 
@@ -235,7 +238,8 @@ TEST(CreateImage, FailureOfItsAllocationIsStatus3) {
         long allocations = 0;
         CountAllocations([&] { return Create(5, 3, bits, 1, 2, 3); }, &allocations);
         EXPECT_EQ(allocations, 1);
-        ExpectFailureAtEveryAllocation(allocations, [&] { return Create(5, 3, bits, 1, 2, 3); }, std::to_string(bits));
+        ExpectFailureAtEveryAllocation(
+            allocations, [&] { return Create(5, 3, bits, 1, 2, 3); }, std::to_string(bits));
     }
 }
 

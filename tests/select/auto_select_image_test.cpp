@@ -14,10 +14,10 @@ using namespace tz3test;
 
 namespace {
 
-DibPair AutoSelect(DibHandle image, const RandomRegion &r, int32_t red, int32_t green, int32_t blue, int32_t metric,
-                   int32_t tolerance, int32_t noDialog = 1) {
-    return TZ3AutoSelectImage(image, r.kind, r.Points(), r.Count(), &r.rect, r.inside, red, green, blue, metric,
-                              tolerance, noDialog, 0, 0, 0);
+DibPair AutoSelect(DibHandle image, const RandomRegion &r, int32_t red, int32_t green, int32_t blue,
+                   int32_t metric, int32_t tolerance, int32_t noDialog = 1) {
+    return TZ3AutoSelectImage(image, r.kind, r.Points(), r.Count(), &r.rect, r.inside, red, green, blue,
+                              metric, tolerance, noDialog, 0, 0, 0);
 }
 
 struct PairGuard {
@@ -72,8 +72,8 @@ TEST(AutoSelectImage, MatchesReferenceOnRandomImagesRegionsKeysAndMetricsInEvery
                 }
                 HandleGuard image(ToBlock(src));
                 PairGuard out(AutoSelect(image.h, region, red, green, blue, metric, tolerance));
-                const std::string what = Describe("bits, width, kind, inside, metric, tolerance: ", f.bits, width,
-                                                  region.kind, region.inside, metric, tolerance);
+                const std::string what = Describe("bits, width, kind, inside, metric, tolerance: ", f.bits,
+                                                  width, region.kind, region.inside, metric, tolerance);
                 ASSERT_NE(out.image.h, nullptr) << what;
                 ASSERT_NE(out.mask.h, nullptr) << what;
                 EXPECT_EQ(Tz3GetErrorStatus(), 0);
@@ -88,11 +88,13 @@ TEST(AutoSelectImage, MatchesReferenceOnRandomImagesRegionsKeysAndMetricsInEvery
 }
 
 TEST(AutoSelectImage, ToleranceZeroOnRgbSelectsOnlyTheKeyItself) {
-    const std::vector<uint8_t> src = Row24({{10, 20, 30}, {10, 20, 31}, {11, 20, 30}, {10, 20, 30}, {9, 21, 30}});
+    const std::vector<uint8_t> src =
+        Row24({{10, 20, 30}, {10, 20, 31}, {11, 20, 30}, {10, 20, 30}, {9, 21, 30}});
     HandleGuard image(ToBlock(src));
     PairGuard out(AutoSelect(image.h, Whole(), 10, 20, 30, 0, 0));
     ASSERT_NE(out.image.h, nullptr);
-    EXPECT_EQ(SelectedRow({out.image.h, out.mask.h}, 5), (std::vector<bool>{true, false, false, true, false}));
+    EXPECT_EQ(SelectedRow({out.image.h, out.mask.h}, 5),
+              (std::vector<bool>{true, false, false, true, false}));
 }
 
 TEST(AutoSelectImage, ToleranceZeroOnLumaSelectsEveryHueOfTheKeysTruncatedLuma) {
@@ -137,7 +139,8 @@ TEST(AutoSelectImage, ChromaMetricIgnoresLumaAndUsesTwiceTheTolerance) {
     PairGuard out(AutoSelect(image.h, Whole(), 60, 60, 60, 1, 1));
     ASSERT_NE(out.image.h, nullptr);
     std::vector<bool> expected;
-    for (const auto &c : std::vector<std::array<uint8_t, 3>>{{0, 0, 0}, {128, 128, 128}, {255, 255, 255}, {255, 0, 0}}) {
+    for (const auto &c :
+         std::vector<std::array<uint8_t, 3>>{{0, 0, 0}, {128, 128, 128}, {255, 255, 255}, {255, 0, 0}}) {
         const int d = std::abs(ReferenceCr(c[0], c[1], c[2]) - ReferenceCr(60, 60, 60)) +
                       std::abs(ReferenceCb(c[0], c[1], c[2]) - ReferenceCb(60, 60, 60));
         expected.push_back(d <= 2);
@@ -186,7 +189,8 @@ TEST(AutoSelectImage, PixelsOutsideTheRegionAreZeroWithAClearBit) {
     std::mt19937 rng(7104);
     for (const int bits : {8, 24}) {
         std::vector<uint8_t> src = RandomDib(rng, 8, 8, bits);
-        for (size_t i = PixelOffset(src); i < src.size(); ++i) src[i] = static_cast<uint8_t>(i % 2 == 0 ? 7 : 9);
+        for (size_t i = PixelOffset(src); i < src.size(); ++i)
+            src[i] = static_cast<uint8_t>(i % 2 == 0 ? 7 : 9);
         HandleGuard image(ToBlock(src));
         RandomRegion r;
         r.kind = 3;
@@ -212,7 +216,8 @@ TEST(AutoSelectImage, ThirtyTwoBitCopyLosesTheFourthByte) {
     PairGuard out(AutoSelect(image.h, Whole(), 3, 2, 1, 0, 0));
     ASSERT_NE(out.image.h, nullptr);
     const std::vector<uint8_t> result = FromBlock(out.image.h);
-    EXPECT_EQ(std::vector<uint8_t>(result.begin() + 40, result.end()), (std::vector<uint8_t>{1, 2, 3, 0, 4, 5, 6, 0}));
+    EXPECT_EQ(std::vector<uint8_t>(result.begin() + 40, result.end()),
+              (std::vector<uint8_t>{1, 2, 3, 0, 4, 5, 6, 0}));
     EXPECT_EQ(SelectedRow({out.image.h, out.mask.h}, 2), (std::vector<bool>{true, false}));
 }
 
@@ -240,7 +245,8 @@ TEST(AutoSelectImage, SixteenBitCopyIsRecodedAndAKeyReadWithTheSameExpansionMatc
         EXPECT_EQ(WordAt(result, at), lowered) << is565;
         EXPECT_EQ(WordAt(result, at + 2), is565 ? 0xFFFF : 0x7FFF);
         EXPECT_EQ(WordAt(result, at + 4), 0);
-        EXPECT_EQ(SelectedRow({out.image.h, out.mask.h}, 3), (std::vector<bool>{true, false, false})) << is565;
+        EXPECT_EQ(SelectedRow({out.image.h, out.mask.h}, 3), (std::vector<bool>{true, false, false}))
+            << is565;
     }
 }
 
@@ -258,7 +264,8 @@ TEST(AutoSelectImage, PaletteImagesCompareTheTableEntryAndCopyTheIndex) {
     PairGuard out(AutoSelect(image.h, Whole(), 70, 60, 50, 0, 0));
     ASSERT_NE(out.image.h, nullptr);
     const std::vector<uint8_t> result = FromBlock(out.image.h);
-    EXPECT_EQ(std::vector<uint8_t>(result.begin() + at, result.begin() + at + 4), (std::vector<uint8_t>{1, 0, 2, 1}));
+    EXPECT_EQ(std::vector<uint8_t>(result.begin() + at, result.begin() + at + 4),
+              (std::vector<uint8_t>{1, 0, 2, 1}));
     EXPECT_EQ(SelectedRow({out.image.h, out.mask.h}, 4), (std::vector<bool>{true, false, false, true}));
 }
 
@@ -333,13 +340,14 @@ TEST(AutoSelectImage, CancelAtEveryRowLeavesNothingInEveryFormatKindAndMetric) {
                 r.points = {{0, 0}, {6, 1}, {2, 4}};
                 r.rect = Tz3Rect{1, 1, 6, 4};
                 const RefRegion box = ReferenceRegion(7, 5, r, false);
-                ExpectCancelAtEveryProgressCall(box.y1 - box.y0 + 1,
-                                                [&] {
-                                                    const DibPair p = AutoSelect(image.h, r, 1, 2, 3, metric, 20);
-                                                    EXPECT_EQ(p.mask, nullptr);
-                                                    return p.image;
-                                                },
-                                                Describe("bits kind metric ", f.bits, kind, metric));
+                ExpectCancelAtEveryProgressCall(
+                    box.y1 - box.y0 + 1,
+                    [&] {
+                        const DibPair p = AutoSelect(image.h, r, 1, 2, 3, metric, 20);
+                        EXPECT_EQ(p.mask, nullptr);
+                        return p.image;
+                    },
+                    Describe("bits kind metric ", f.bits, kind, metric));
             }
         }
         ExpectCallerBlocksUnchanged(image.h, src);
@@ -350,9 +358,10 @@ TEST(AutoSelectImage, FailureOfEachAllocationIsStatus3AndLeavesNothing) {
     std::mt19937 rng(7110);
     FailEveryAllocationInEveryFormatAndKind(
         rng,
-        [](const DibPair *pair, int32_t kind, const Tz3Point *polygon, int32_t points, const Tz3Rect *ellipse) {
-            const DibPair p =
-                TZ3AutoSelectImage(pair->image, kind, polygon, points, ellipse, 1, 9, 9, 9, 2, 10, 1, 0, 0, 0);
+        [](const DibPair *pair, int32_t kind, const Tz3Point *polygon, int32_t points,
+           const Tz3Rect *ellipse) {
+            const DibPair p = TZ3AutoSelectImage(pair->image, kind, polygon, points, ellipse, 1, 9, 9, 9, 2,
+                                                 10, 1, 0, 0, 0);
             if (p.image == nullptr) {
                 EXPECT_EQ(p.mask, nullptr);
             }
@@ -373,7 +382,9 @@ TEST(AutoSelectImage, DialogAndExForm) {
     {
         DialogRecorder dialog(true);
         DibPair untouched{image.h, image.h};
-        EXPECT_EQ(TZ3AutoSelectImageEx(image.h, &untouched, 1, nullptr, 0, nullptr, 1, 0, 0, 0, 0, 0, 0, 1, 2, 3), 0);
+        EXPECT_EQ(
+            TZ3AutoSelectImageEx(image.h, &untouched, 1, nullptr, 0, nullptr, 1, 0, 0, 0, 0, 0, 0, 1, 2, 3),
+            0);
         EXPECT_EQ(Tz3GetErrorStatus(), 2);
         EXPECT_EQ(untouched.image, image.h);
         EXPECT_EQ(untouched.mask, image.h);
@@ -382,7 +393,8 @@ TEST(AutoSelectImage, DialogAndExForm) {
     {
         DialogRecorder dialog;
         DibPair out{nullptr, nullptr};
-        ASSERT_EQ(TZ3AutoSelectImageEx(image.h, &out, 1, nullptr, 0, nullptr, 1, 0, 0, 0, 1, 30, 0, 1, 2, 3), 1);
+        ASSERT_EQ(TZ3AutoSelectImageEx(image.h, &out, 1, nullptr, 0, nullptr, 1, 0, 0, 0, 1, 30, 0, 1, 2, 3),
+                  1);
         PairGuard guard(out);
         EXPECT_EQ(dialog.opens, 1);
         EXPECT_EQ(dialog.closes, 1);
@@ -392,7 +404,8 @@ TEST(AutoSelectImage, DialogAndExForm) {
         EXPECT_EQ(FromBlock(out.mask), expected.mask);
     }
     const size_t live = Tz3LiveBlocks();
-    EXPECT_EQ(TZ3AutoSelectImageEx(image.h, nullptr, 1, nullptr, 0, nullptr, 1, 0, 0, 0, 0, 0, 1, 0, 0, 0), 0);
+    EXPECT_EQ(TZ3AutoSelectImageEx(image.h, nullptr, 1, nullptr, 0, nullptr, 1, 0, 0, 0, 0, 0, 1, 0, 0, 0),
+              0);
     EXPECT_EQ(Tz3GetErrorStatus(), 5);
     EXPECT_EQ(Tz3LiveBlocks(), live);
 }

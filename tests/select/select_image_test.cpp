@@ -14,8 +14,8 @@ namespace {
 
 DibPair Select(DibHandle image, const RandomRegion &r, int32_t red, int32_t green, int32_t blue,
                int32_t noDialog = 1) {
-    return TZ3SelectImage(image, r.kind, r.Points(), r.Count(), &r.rect, r.inside, red, green, blue, noDialog, 0, 0,
-                          0);
+    return TZ3SelectImage(image, r.kind, r.Points(), r.Count(), &r.rect, r.inside, red, green, blue, noDialog,
+                          0, 0, 0);
 }
 
 struct PairGuard {
@@ -56,12 +56,13 @@ TEST(SelectImage, MatchesReferenceOnRandomImagesShapesAndFillsInEveryFormatAndWi
                 const int height = 1 + static_cast<int>(rng() % 6);
                 const std::vector<uint8_t> src = RandomSource(rng, f, width, height);
                 const RandomRegion region = DrawRegion(rng, width, height);
-                const int32_t red = static_cast<int32_t>(rng() % 512), green = static_cast<int32_t>(rng() % 256),
+                const int32_t red = static_cast<int32_t>(rng() % 512),
+                              green = static_cast<int32_t>(rng() % 256),
                               blue = static_cast<int32_t>(rng() % 256);
                 HandleGuard image(ToBlock(src));
                 PairGuard out(Select(image.h, region, red, green, blue));
-                const std::string what = Describe("bits, width, kind, inside: ", f.bits, width, region.kind,
-                                                  region.inside);
+                const std::string what =
+                    Describe("bits, width, kind, inside: ", f.bits, width, region.kind, region.inside);
                 ASSERT_NE(out.image.h, nullptr) << what;
                 ASSERT_NE(out.mask.h, nullptr) << what;
                 EXPECT_EQ(Tz3GetErrorStatus(), 0);
@@ -159,8 +160,8 @@ TEST(SelectImage, PaletteFillIsTheNearestEntryAndTheFirstOfEquals) {
     const uint8_t table[16] = {255, 255, 255, 0, 100, 100, 101, 0, 100, 100, 99, 0, 30, 20, 10, 0};
     std::memcpy(&src[40], table, 16);
     HandleGuard image(ToBlock(src));
-    for (const auto &[colour, index] :
-         std::vector<std::pair<std::array<int, 3>, int>>{{{100, 100, 100}, 1}, {{10, 20, 30}, 3}, {{255, 255, 255}, 0}}) {
+    for (const auto &[colour, index] : std::vector<std::pair<std::array<int, 3>, int>>{
+             {{100, 100, 100}, 1}, {{10, 20, 30}, 3}, {{255, 255, 255}, 0}}) {
         PairGuard out(Select(image.h, Whole(0), colour[0], colour[1], colour[2]));
         ASSERT_NE(out.image.h, nullptr);
         const std::vector<uint8_t> result = FromBlock(out.image.h);
@@ -338,7 +339,8 @@ TEST(SelectImage, PointsOutsideTheImageClampToItsEdge) {
 TEST(SelectImage, BadImagesAreStatus7AndImagesWithoutPixelsStatus5) {
     EXPECT_EQ(Select(nullptr, Whole(1), 0, 0, 0).image, nullptr);
     EXPECT_EQ(Tz3GetErrorStatus(), 7);
-    ExpectShortBlockRefused({1, 4, 8, 16, 24, 32}, [](DibHandle image) { return Select(image, Whole(1), 0, 0, 0).image; });
+    ExpectShortBlockRefused({1, 4, 8, 16, 24, 32},
+                            [](DibHandle image) { return Select(image, Whole(1), 0, 0, 0).image; });
     // 16-bit bit fields the library cannot use.
     std::vector<uint8_t> odd = MakeDibBytes(2, 2, 16, 3);
     odd[16] = 3;
@@ -370,13 +372,14 @@ TEST(SelectImage, CancelAtEveryRowLeavesNothingInEveryFormatAndKind) {
             r.kind = kind;
             r.rect = Tz3Rect{1, 1, 6, 4};
             const RefRegion box = ReferenceRegion(7, 5, r, true);
-            ExpectCancelAtEveryProgressCall(box.y1 - box.y0 + 1,
-                                            [&] {
-                                                const DibPair p = Select(image.h, r, 0, 0, 0);
-                                                EXPECT_EQ(p.mask, nullptr);
-                                                return p.image;
-                                            },
-                                            Describe("bits kind ", f.bits, kind));
+            ExpectCancelAtEveryProgressCall(
+                box.y1 - box.y0 + 1,
+                [&] {
+                    const DibPair p = Select(image.h, r, 0, 0, 0);
+                    EXPECT_EQ(p.mask, nullptr);
+                    return p.image;
+                },
+                Describe("bits kind ", f.bits, kind));
         }
         ExpectCallerBlocksUnchanged(image.h, src);
     }
@@ -386,8 +389,10 @@ TEST(SelectImage, FailureOfEachAllocationIsStatus3AndLeavesNothing) {
     std::mt19937 rng(7014);
     FailEveryAllocationInEveryFormatAndKind(
         rng,
-        [](const DibPair *pair, int32_t kind, const Tz3Point *polygon, int32_t points, const Tz3Rect *ellipse) {
-            const DibPair p = TZ3SelectImage(pair->image, kind, polygon, points, ellipse, 1, 0, 0, 0, 1, 0, 0, 0);
+        [](const DibPair *pair, int32_t kind, const Tz3Point *polygon, int32_t points,
+           const Tz3Rect *ellipse) {
+            const DibPair p =
+                TZ3SelectImage(pair->image, kind, polygon, points, ellipse, 1, 0, 0, 0, 1, 0, 0, 0);
             if (p.image == nullptr) {
                 EXPECT_EQ(p.mask, nullptr);
             }

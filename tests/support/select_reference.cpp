@@ -11,9 +11,13 @@
 namespace tz3test {
 namespace {
 
-int Clamp(int v, int max) { return v < 0 ? 0 : v > max ? max : v; }
+int Clamp(int v, int max) {
+    return v < 0 ? 0 : v > max ? max : v;
+}
 
-bool Is565(const std::vector<uint8_t> &dib) { return Field32(dib, 16) == 3; }
+bool Is565(const std::vector<uint8_t> &dib) {
+    return Field32(dib, 16) == 3;
+}
 
 // Bit of a RegionMask at box column mx, box row my.
 bool RefMaskBit(const std::vector<uint8_t> &mask, int mx, int my) {
@@ -58,8 +62,12 @@ std::vector<uint8_t> EmptyLike(const std::vector<uint8_t> &src, int w, int h) {
     return out;
 }
 
-float Weight(uint32_t bits) { return std::bit_cast<float>(bits); }
-double Entry(int i, uint32_t bits) { return static_cast<double>(static_cast<float>(i) * Weight(bits)); }
+float Weight(uint32_t bits) {
+    return std::bit_cast<float>(bits);
+}
+double Entry(int i, uint32_t bits) {
+    return static_cast<double>(static_cast<float>(i) * Weight(bits));
+}
 
 }  // namespace
 
@@ -117,8 +125,8 @@ RefRegion ReferenceRegion(int width, int height, const RandomRegion &region, boo
         }
     }
     DibHandle m = tz3::MakeRegionMask(out.x1 - out.x0 + 1, out.y1 - out.y0 + 1, static_cast<uint8_t>(kind),
-                                      pts.data(), static_cast<int32_t>(pts.size()), draw.left, draw.top, draw.right,
-                                      draw.bottom, region.inside);
+                                      pts.data(), static_cast<int32_t>(pts.size()), draw.left, draw.top,
+                                      draw.right, draw.bottom, region.inside);
     out.mask = FromBlock(m);
     Tz3GlobalFree(m);
     out.hasMask = true;
@@ -142,13 +150,14 @@ uint8_t ReferenceNearestIndex(const std::vector<uint8_t> &dib, uint8_t red, uint
     return static_cast<uint8_t>(index);
 }
 
-RefPair ReferenceSelectImage(const std::vector<uint8_t> &src, const RandomRegion &region, int32_t red, int32_t green,
-                             int32_t blue) {
+RefPair ReferenceSelectImage(const std::vector<uint8_t> &src, const RandomRegion &region, int32_t red,
+                             int32_t green, int32_t blue) {
     const int width = ImageWidth(src), height = ImageHeight(src), bits = src[14];
     const RefRegion box = ReferenceRegion(width, height, region, true);
     const int w = box.x1 - box.x0 + 1, h = box.y1 - box.y0 + 1;
     RefPair out{EmptyLike(src, w, h), box.mask};
-    const auto fr = static_cast<uint8_t>(red), fg = static_cast<uint8_t>(green), fb = static_cast<uint8_t>(blue);
+    const auto fr = static_cast<uint8_t>(red), fg = static_cast<uint8_t>(green),
+               fb = static_cast<uint8_t>(blue);
     const int index = ReferenceNearestIndex(src, fr, fg, fb);
     const size_t srcStride = RowBytes(bits, width), dstStride = RowBytes(bits, w);
     const size_t srcAt = PixelOffset(src), dstAt = PixelOffset(out.image);
@@ -162,10 +171,10 @@ RefPair ReferenceSelectImage(const std::vector<uint8_t> &src, const RandomRegion
             } else if (bits == 16) {
                 uint16_t word = WordAt(src, s + 2 * x);
                 if (!set) {
-                    word = Is565(src) ? static_cast<uint16_t>(((fr * 31 / 255) << 11) | ((fg * 63 / 255) << 5) |
-                                                              (fb * 31 / 255))
-                                      : static_cast<uint16_t>(((fr * 31 / 255) << 10) | ((fg * 31 / 255) << 5) |
-                                                              (fb * 31 / 255));
+                    word = Is565(src) ? static_cast<uint16_t>(((fr * 31 / 255) << 11) |
+                                                              ((fg * 63 / 255) << 5) | (fb * 31 / 255))
+                                      : static_cast<uint16_t>(((fr * 31 / 255) << 10) |
+                                                              ((fg * 31 / 255) << 5) | (fb * 31 / 255));
                 }
                 out.image[d + 2 * mx] = static_cast<uint8_t>(word);
                 out.image[d + 2 * mx + 1] = static_cast<uint8_t>(word >> 8);
@@ -210,7 +219,8 @@ RefPair ReferenceAutoSelectImage(const std::vector<uint8_t> &src, const RandomRe
                kb = static_cast<uint8_t>(keyBlue);
     const int tol = static_cast<uint8_t>(tolerance);
     const bool is565 = Is565(src);
-    const size_t srcStride = RowBytes(bits, width), dstStride = RowBytes(bits, w), maskStride = RowBytes(1, w);
+    const size_t srcStride = RowBytes(bits, width), dstStride = RowBytes(bits, w),
+                 maskStride = RowBytes(1, w);
     const size_t srcAt = PixelOffset(src), dstAt = PixelOffset(out.image);
     for (int y = box.y0; y <= box.y1; ++y) {
         for (int x = box.x0; x <= box.x1; ++x) {
@@ -232,9 +242,10 @@ RefPair ReferenceAutoSelectImage(const std::vector<uint8_t> &src, const RandomRe
                     r = static_cast<uint8_t>(((word >> 10) & 31) * 255 / 31);
                     g = static_cast<uint8_t>(((word >> 5) & 31) * 255 / 31);
                 }
-                const uint16_t packed =
-                    is565 ? static_cast<uint16_t>(((r * 31 / 255) << 11) | ((g * 63 / 255) << 5) | (b * 31 / 255))
-                          : static_cast<uint16_t>(((r * 31 / 255) << 10) | ((g * 31 / 255) << 5) | (b * 31 / 255));
+                const uint16_t packed = is565 ? static_cast<uint16_t>(((r * 31 / 255) << 11) |
+                                                                      ((g * 63 / 255) << 5) | (b * 31 / 255))
+                                              : static_cast<uint16_t>(((r * 31 / 255) << 10) |
+                                                                      ((g * 31 / 255) << 5) | (b * 31 / 255));
                 out.image[d + 2 * mx] = static_cast<uint8_t>(packed);
                 out.image[d + 2 * mx + 1] = static_cast<uint8_t>(packed >> 8);
             } else {

@@ -42,8 +42,8 @@ struct RefPair {
 };
 
 // The cut-out of a shape with the fill colour (low bytes of the arguments).
-RefPair ReferenceSelectImage(const std::vector<uint8_t> &src, const RandomRegion &region, int32_t red, int32_t green,
-                             int32_t blue);
+RefPair ReferenceSelectImage(const std::vector<uint8_t> &src, const RandomRegion &region, int32_t red,
+                             int32_t green, int32_t blue);
 
 // Luma, Cr and Cb as the selection by colour computes them.
 int32_t ReferenceLuma(uint8_t r, uint8_t g, uint8_t b);
