@@ -462,3 +462,20 @@ TEST(SelectImage, ExFormWritesThePairAndReturnsOne) {
     EXPECT_EQ(Tz3GetErrorStatus(), 5);
     EXPECT_EQ(Tz3LiveBlocks(), live);
 }
+
+TEST(SelectImage, WholeImageInsideSetsEveryMaskBitAtEverySmallSize) {
+    std::mt19937 rng(7017);
+    for (int width = 1; width <= 9; ++width) {
+        for (int height = 1; height <= 4; ++height) {
+            HandleGuard image(ToBlock(RandomDib(rng, width, height, 8)));
+            PairGuard out(Select(image.h, Whole(1), 0, 0, 0));
+            ASSERT_NE(out.mask.h, nullptr);
+            EXPECT_TRUE(AllMaskBitsSet(FromBlock(out.mask.h))) << width << " x " << height;
+            PairGuard none(Select(image.h, Whole(0), 0, 0, 0));
+            const std::vector<uint8_t> clear = FromBlock(none.mask.h);
+            for (int y = 0; y < height; ++y)
+                for (int x = 0; x < width; ++x)
+                    EXPECT_FALSE(MaskBit(clear, x, y)) << width << " x " << height;
+        }
+    }
+}
