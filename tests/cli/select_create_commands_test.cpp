@@ -156,6 +156,32 @@ TEST_F(SelectCreateCommands, WithoutMaskOutOnlyTheImageIsWritten) {
     EXPECT_EQ(Entries(), (std::vector<std::string>{"in.bmp", "out.png"}));
 }
 
+TEST_F(SelectCreateCommands, MaskWrittenAsPngHoldsTheSelectionAsBlackAndWhite) {
+    const BmpVariant v = SelectionDepths(810)[5];
+    WriteFile(Path("in.bmp"), v.file);
+    const ToolRun run =
+        RunTool({"auto-select-image", Path("in.bmp"), Path("out.png"), "--key", "0,0,0", "--tolerance", "90",
+                 "--mask-out", Path("mask.png"), "--ellipse", "1,0,11,6"});
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    const Shape shape{3, {}, {1, 0, 11, 6}, 1, {}};
+    const Bytes mask = Direct(v.dib, shape, AutoSelectCall(0, 0, 0, 0, 90)).second;
+    uint32_t width = 0, height = 0;
+    const Bytes rgba = PngToRgba(Path("mask.png"), &width, &height);
+    ASSERT_EQ(width, Rd32(&mask[4]));
+    ASSERT_EQ(height, Rd32(&mask[8]));
+    const uint32_t stride = Stride(1, static_cast<int>(width));
+    int set = 0;
+    for (uint32_t y = 0; y < height; ++y) {
+        for (uint32_t x = 0; x < width; ++x) {
+            // PNG rows run from the top; the mask's from the bottom.
+            const bool bit = (mask[48 + stride * (height - 1 - y) + x / 8] >> (7 - x % 8)) & 1;
+            set += bit ? 1 : 0;
+            EXPECT_EQ(rgba[4 * (y * width + x)], bit ? 255 : 0) << x << "," << y;
+        }
+    }
+    EXPECT_GT(set, 0);
+}
+
 TEST_F(SelectCreateCommands, CreateImageMatchesTheDirectCallAtEveryDepth) {
     for (const int depth : {1, 4, 8, 16, 24, 32}) {
         const ToolRun run = RunTool({"create-image", Path("new.bmp"), "--width", "13", "--height", "3",
