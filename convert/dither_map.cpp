@@ -100,24 +100,26 @@ struct ThresholdMap {
     }
 };
 
+// The search of the 4-bit table: from a best of 195075 that must be beaten, the earliest entry
+// with the strictly lowest distance, an exact hit ending the search. That is the first index of the
+// smallest distance whatever the table (no distance exceeds 195075, and 0 is the smallest there
+// is), so all 16 distances are computed side by side and the first smallest is taken.
 struct NearestMap {
     static constexpr int32_t kBits = 4;
-    int32_t count;
-    int32_t entry[16][3];  // blue, green, red
-    uint32_t Map(uint32_t blue, uint32_t green, uint32_t red) const {
-        int32_t best = 195075;  // 3 x 255 x 255: an entry must beat it
-        uint32_t index = 0;
-        for (int32_t i = 0; i < count; ++i) {
-            const int32_t db = entry[i][0] - static_cast<int32_t>(blue);
-            const int32_t dg = entry[i][1] - static_cast<int32_t>(green);
-            const int32_t dr = entry[i][2] - static_cast<int32_t>(red);
-            const int32_t d = db * db + dg * dg + dr * dr;
-            if (d == 0) return static_cast<uint32_t>(i);
-            if (d < best) {
-                best = d;
-                index = static_cast<uint32_t>(i);
-            }
+    static constexpr int32_t kEntries = 16;
+    int32_t blue[kEntries], green[kEntries], red[kEntries];
+    uint32_t Map(uint32_t b, uint32_t g, uint32_t r) const {
+        int32_t d[kEntries];
+        for (int32_t i = 0; i < kEntries; ++i) {
+            const int32_t db = blue[i] - static_cast<int32_t>(b);
+            const int32_t dg = green[i] - static_cast<int32_t>(g);
+            const int32_t dr = red[i] - static_cast<int32_t>(r);
+            d[i] = db * db + dg * dg + dr * dr;
         }
+        int32_t best = d[0];
+        for (int32_t i = 1; i < kEntries; ++i) best = d[i] < best ? d[i] : best;
+        uint32_t index = 0;
+        while (d[index] != best) ++index;
         return index;
     }
 };
@@ -140,37 +142,56 @@ struct ColourMapLookup {
 
 enum class Diffusion { kNone, kAdded, kReplaced };
 
-// One row in one direction (Step +1 forward, -1 backward). `current` holds what earlier rows and
-// this row's pixels sent to it; `next` gathers what goes to the row after.
+// One row in one direction (Step +1 forward, -1 backward). `current` holds what the row before
+// sent down; `next` is cleared and gathers what goes to the row after.
+//
+// The shares are kept in registers as they roll along the row, which gives the same sums as adding
+// each share into its term (integer addition does not care about order, and every share is still
+// truncated on its own):
+//   - the 7/16 for the pixel ahead is `carry`. Added, the pixel ahead reads its term from the row
+//     before plus the carry; replaced, it reads the carry alone, and only the row's first pixel
+//     reads the term from the row before. This row's terms are read by no one afterwards (the block
+//     becomes the next row's cleared `next`), so they are never written.
+//   - the next row's term of a pixel gets e / 16 from the pixel before it, 5e / 16 from itself and
+//     3e / 16 from the pixel after it. `here` and `behind` hold the two terms still open, and a term
+//     is stored once its third share is in.
 template <class Mapping, Diffusion D, int32_t Step>
-void MapRow(const Mapping &map, const uint8_t *colours, int32_t width, const uint8_t *table, int32_t *current,
+void MapRow(const Mapping &map, const uint8_t *colours, int32_t width, const uint8_t *table, const int32_t *current,
             int32_t *next, uint8_t *out) {
     int32_t x = Step > 0 ? 0 : width - 1;
-    for (int32_t n = 0; n < width; ++n, x += Step) {
-        const uint8_t *c = colours + 3 * x;
-        int32_t v[3];
-        for (int32_t ch = 0; ch < 3; ++ch) {
-            v[ch] = c[ch];
-            if constexpr (D != Diffusion::kNone) v[ch] = ClampInt(v[ch] + current[3 * x + ch], 0, 255);
+    if constexpr (D == Diffusion::kNone) {
+        for (int32_t n = 0; n < width; ++n, x += Step) {
+            const uint8_t *c = colours + 3 * x;
+            PutIndex<Mapping::kBits>(out, x, map.Map(c[0], c[1], c[2]));
         }
-        const uint32_t index = map.Map(static_cast<uint32_t>(v[0]), static_cast<uint32_t>(v[1]),
-                                       static_cast<uint32_t>(v[2]));
-        PutIndex<Mapping::kBits>(out, x, index);
-        if constexpr (D != Diffusion::kNone) {
+        return;
+    } else {
+        int32_t carry[3], behind[3] = {0, 0, 0}, here[3] = {0, 0, 0};
+        for (int32_t ch = 0; ch < 3; ++ch) carry[ch] = D == Diffusion::kReplaced ? current[3 * x + ch] : 0;
+        for (int32_t n = 0; n < width; ++n, x += Step) {
+            const uint8_t *c = colours + 3 * x;
+            int32_t v[3];
+            for (int32_t ch = 0; ch < 3; ++ch) {
+                int32_t term = carry[ch];
+                if constexpr (D == Diffusion::kAdded) term += current[3 * x + ch];
+                v[ch] = ClampInt(c[ch] + term, 0, 255);
+            }
+            const uint32_t index = map.Map(static_cast<uint32_t>(v[0]), static_cast<uint32_t>(v[1]),
+                                           static_cast<uint32_t>(v[2]));
+            PutIndex<Mapping::kBits>(out, x, index);
             const uint8_t *entry = table + 4 * index;
             for (int32_t ch = 0; ch < 3; ++ch) {
                 const int32_t e = v[ch] - entry[ch];
-                const int32_t ahead = 3 * (x + Step) + ch;
-                const int32_t behind = 3 * (x - Step) + ch;
-                next[ahead] += e / 16;
-                next[3 * x + ch] += 5 * e / 16;
-                next[behind] += 3 * e / 16;
-                if constexpr (D == Diffusion::kAdded) {
-                    current[ahead] += 7 * e / 16;
-                } else {
-                    current[ahead] = 7 * e / 16;
-                }
+                next[3 * (x - Step) + ch] = behind[ch] + 3 * e / 16;
+                behind[ch] = here[ch] + 5 * e / 16;
+                here[ch] = e / 16;
+                carry[ch] = 7 * e / 16;
             }
+        }
+        // x is one step past the last pixel: close the last pixel's term and the margin beyond it.
+        for (int32_t ch = 0; ch < 3; ++ch) {
+            next[3 * (x - Step) + ch] = behind[ch];
+            next[3 * x + ch] = here[ch];
         }
     }
 }
@@ -248,10 +269,12 @@ bool ConvertRowsFrom(ConvertState &s, const LumaTables &luma, const Rgb *entries
             return MapRowsWithDiffusion<Source>(s, ThresholdMap{s.threshold}, entries, width, height, startPercent);
         case 4:
             if constexpr (!std::is_same_v<Source, FromIndex4>) {
+                // A 4-bit table always has its 16 entries.
                 NearestMap map{};
-                map.count = s.paletteSize;
-                for (int32_t i = 0; i < s.paletteSize && i < 16; ++i) {
-                    for (int32_t ch = 0; ch < 3; ++ch) map.entry[i][ch] = s.targetPalette[4 * i + ch];
+                for (int32_t i = 0; i < NearestMap::kEntries; ++i) {
+                    map.blue[i] = s.targetPalette[4 * i];
+                    map.green[i] = s.targetPalette[4 * i + 1];
+                    map.red[i] = s.targetPalette[4 * i + 2];
                 }
                 return MapRowsWithDiffusion<Source>(s, map, entries, width, height, startPercent);
             }
