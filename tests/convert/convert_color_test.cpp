@@ -379,6 +379,12 @@ TEST(ConvertColorFrame, CancelAtEveryProgressCallOfEveryPath) {
         const bool popularity = p.source.bits == 8 && p.target == 4 && p.fixed == 0;
         const size_t live = Tz3LiveBlocks();
         for (size_t at = 0; at < expected.size(); ++at) {
+            // The 256-colour cut has 255 splits and 256 leaves: there every stage is cancelled at its
+            // first three and last three calls, which keeps the run short; the 16-colour cut is
+            // cancelled at every call of every stage.
+            const bool stageEdge = at < 3 || at + 3 >= expected.size() || expected[at].low != expected[at - 3].low ||
+                                   expected[at].low != expected[at + 3].low;
+            if (expected.size() > 100 && !stageEdge) continue;
             ProgressRecorder progress(static_cast<long>(at));
             EXPECT_EQ(RunPath(image.h, p), nullptr) << p.name << " cancel at " << at;
             const bool counting = popularity && expected[at].high == 10;

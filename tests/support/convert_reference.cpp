@@ -80,8 +80,9 @@ struct Box {
 };
 
 struct Cut {
-    std::vector<uint32_t> hist = std::vector<uint32_t>(64 * 64 * 64, 0);
-    std::vector<uint8_t> map = std::vector<uint8_t>(64 * 64 * 64, 0);
+    // Made only for a median cut: other paths do not pay for the cube.
+    std::vector<uint32_t> hist;
+    std::vector<uint8_t> map;
     uint32_t &Cell(int a0, int a1, int a2) { return hist[(a0 * 64 + a1) * 64 + a2]; }
 
     // Sum of the counters of the box's plane `c` on `axis`, the other axes over the box.
@@ -321,6 +322,8 @@ std::vector<uint8_t> ReferenceConvert(const std::vector<uint8_t> &srcBytes, int3
             for (int i = 0; i < 256; ++i) o.Entry(i, i, i, i);
         }
     } else if (s.bits >= 16) {
+        cut.hist.assign(64 * 64 * 64, 0);
+        cut.map.assign(64 * 64 * 64, 0);
         for (int y = 0; y < s.h; ++y)
             for (int x = 0; x < s.w; ++x) {
                 const Colour c = s.At(x, y);
