@@ -125,7 +125,8 @@ bool PaletteRowsFrom(ConvertState &s, const IndexColours &colours, uint8_t *indi
 
 bool PaletteRows(ConvertState &s) {
     // A row of indices. Its failure sets no status of its own, so the call ends with result 0 and
-    // the status 0 of its start; callers of old relied on that, and it is kept.
+    // the status 0 it set on entry: a caller cannot tell this from success by the status alone,
+    // and that is this library's behaviour, kept as it is.
     OwnedBlock indices(Tz3GlobalAlloc(TZ3_GMEM_MOVEABLE | TZ3_GMEM_ZEROINIT, static_cast<size_t>(s.width)));
     if (!indices) return false;
     LumaTables luma;
