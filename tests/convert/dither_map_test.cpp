@@ -252,3 +252,24 @@ TEST(DitherMap, PaletteSourcesToOneBitMatchTheRules) {
 }
 
 }  // namespace
+
+namespace {
+
+// Longer rows and more of them than the width sweep: every table and both kinds of diffusion carry
+// their terms over 40 rows of 64 pixels, from every direct format.
+TEST(DitherMap, LargerImagesMatchTheRulesOnEveryReduction) {
+    std::mt19937 rng(456);
+    const Format direct[] = {{16, false}, {16, true}, {24, false}, {32, false}};
+    for (const Format f : direct) {
+        const std::vector<uint8_t> src = RandomDib(rng, 64, 40, f.bits, f.is565);
+        for (auto [target, fixed] : {std::pair{1, 0}, std::pair{4, 1}, std::pair{4, 0}, std::pair{8, 1}, std::pair{8, 0},
+                                     std::pair{80, 0}}) {
+            const Converted c = ConvertBytes(src, target, fixed, 1, 140);
+            ASSERT_EQ(c.status, 0);
+            EXPECT_EQ(c.bytes, ReferenceConvert(src, target, fixed, 1, 140))
+                << f.bits << (f.is565 ? " (5-6-5)" : "") << " to " << target << " fixed " << fixed;
+        }
+    }
+}
+
+}  // namespace
