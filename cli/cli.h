@@ -104,6 +104,7 @@ int RunChroma(const std::vector<std::string> &args);
 int RunSetGray(const std::vector<std::string> &args);
 
 // Colour depth conversion.
+int RunConvertColor(const std::vector<std::string> &args);
 
 // Neighbourhood filters.
 

@@ -42,6 +42,8 @@ const Command kCommands[] = {
     {"set-gray", "IN OUT", false, RunSetGray, "the gray version of the image at its own depth"},
 
     // Colour depth conversion.
+    {"convert-color", "IN OUT --target 1|4|8|16|24|32|80 [--fixed-palette] [--dither] [--threshold N]", false,
+     RunConvertColor, "convert to another depth (80: 8-bit gray), building or fixing a palette, with dithering"},
 
     // Neighbourhood filters.
 

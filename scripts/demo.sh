@@ -31,6 +31,9 @@ run chroma-vivid.png chroma "$out/sample.bmp" "$out/chroma-vivid.png" --amount 1
 run set-gray.png set-gray "$out/sample.bmp" "$out/set-gray.png"
 
 # Colour depth conversion.
+run convert-256-median-dither.png convert-color "$out/sample.bmp" "$out/convert-256-median-dither.png" --target 8 --dither
+run convert-16-fixed.png convert-color "$out/sample.bmp" "$out/convert-16-fixed.png" --target 4 --fixed-palette
+run convert-1-dither.png convert-color "$out/sample.bmp" "$out/convert-1-dither.png" --target 1 --dither --threshold 128
 
 # Neighbourhood filters.
 

@@ -20,6 +20,7 @@ required=(
   TZ3RGBRev TZ3RGBGamma TZ3RGBLevel TZ3YCCGamma TZ3YCCLevel TZ3YCCRev TZ3Chroma TZ3SetGray
 
   # colour depth conversion
+  TZ3ConvertColor
 
   # filters
 
