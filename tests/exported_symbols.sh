@@ -26,6 +26,7 @@ required=(
   # geometry
 
   # selection, new images and compositing
+  TZ3PasteImage TZ3Layer
 
   # clipboard and the hidden mark
 
