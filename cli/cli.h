@@ -110,6 +110,8 @@ int RunSetGray(const std::vector<std::string> &args);
 // Geometry.
 
 // Selection, new images and compositing.
+int RunPasteImage(const std::vector<std::string> &args);
+int RunLayer(const std::vector<std::string> &args);
 
 // Clipboard and the hidden mark.
 
