@@ -199,6 +199,12 @@ struct PasteWalker {
         return Source(col, row);
     }
 
+    bool AllMaskBitsSet(int64_t row0, int64_t row1, int32_t c0, int32_t c1) const {
+        const uint8_t *m0 = f.maskBits + f.maskStride * static_cast<size_t>(row0);
+        const uint8_t *m1 = f.maskBits + f.maskStride * static_cast<size_t>(row1);
+        return MaskBitSet(m0, c0) && MaskBitSet(m0, c1) && MaskBitSet(m1, c0) && MaskBitSet(m1, c1);
+    }
+
     // One tap: the source where it lies in the source and its mask, else the target at the same
     // step from (tx, ty), else the background.
     Rgb Tap(int64_t col, int64_t row, int64_t tx, int64_t ty, bool *fromSource) const {
@@ -237,16 +243,34 @@ struct PasteWalker {
             dy = -1;
             fy = static_cast<float>(iy) - sy;
         }
-        bool fromSource = false;
-        const Rgb t00 = Tap(col, row, tx, ty, &fromSource);
-        const Rgb t10 = Tap(col + dx, row, tx + dx, ty, &fromSource);
-        const Rgb t01 = Tap(col, row + dy, tx, ty + dy, &fromSource);
-        const Rgb t11 = Tap(col + dx, row + dy, tx + dx, ty + dy, &fromSource);
-        if (f.maskBits != nullptr && !fromSource) return TargetOrBack(tx, ty);
+        Rgb t00, t10, t01, t11;
+        const int64_t col1 = col + dx, row1 = row + dy;
+        const uint8_t *row0Bits = f.srcBits + f.srcStride * static_cast<size_t>(row);
+        const uint8_t *row1Bits = f.srcBits + f.srcStride * static_cast<size_t>(row1);
+        const auto c0 = static_cast<int32_t>(col), c1 = static_cast<int32_t>(col1);
+        // Inside the source with every mask bit set, all four taps are source pixels.
+        if (col1 >= 0 && col1 < f.width && row1 >= 0 && row1 < f.height &&
+            (f.maskBits == nullptr || AllMaskBitsSet(row, row1, c0, c1))) {
+            t00 = src(row0Bits, c0);
+            t10 = src(row0Bits, c1);
+            t01 = src(row1Bits, c0);
+            t11 = src(row1Bits, c1);
+        } else {
+            bool fromSource = false;
+            t00 = Tap(col, row, tx, ty, &fromSource);
+            t10 = Tap(col1, row, tx + dx, ty, &fromSource);
+            t01 = Tap(col, row1, tx, ty + dy, &fromSource);
+            t11 = Tap(col1, row1, tx + dx, ty + dy, &fromSource);
+            if (f.maskBits != nullptr && !fromSource) return TargetOrBack(tx, ty);
+        }
         // The weights are single precision; the sums are not rounded to single on the way.
         const double wx1 = fx, wx0 = 1.0f - fx, wy1 = fy, wy0 = 1.0f - fy;
+        // The weights are non-negative and sum to one within a rounding, so v lies in 0..255 plus
+        // a few ulps: the clamp to 255 is all that can ever bite, and only after truncation.
         const auto channel = [&](uint8_t v00, uint8_t v10, uint8_t v01, uint8_t v11) {
-            return TruncClamp255((v01 * wx0 + v11 * wx1) * wy1 + (v00 * wx0 + v10 * wx1) * wy0);
+            const auto v =
+                static_cast<int32_t>((v01 * wx0 + v11 * wx1) * wy1 + (v00 * wx0 + v10 * wx1) * wy0);
+            return static_cast<uint8_t>(v > 255 ? 255 : v);
         };
         return Rgb{channel(t00.r, t10.r, t01.r, t11.r), channel(t00.g, t10.g, t01.g, t11.g),
                    channel(t00.b, t10.b, t01.b, t11.b)};
@@ -258,17 +282,41 @@ struct PasteWalker {
         p[2] = f.blend[s.r * 256 + t.r];
     }
 
-    // One result row: paste row y over columns x0..x1.
+    // One result row: paste row y over columns x0..x1. The target row is found once per row, and
+    // at 0 and 180 degrees so is the source row, which the turn keeps fixed along a result row.
     void Row(int64_t y, int64_t x0, int64_t x1, uint8_t *out) const {
         const int64_t ty = y - f.bottom;
+        const uint8_t *tgtRow =
+            (ty >= 0 && ty < f.targetHeight) ? f.tgtBits + f.tgtStride * static_cast<size_t>(ty) : nullptr;
         const bool rowInBox = y >= f.minY && y <= f.maxY;
+        const uint8_t *fixedSrc = nullptr;
+        const uint8_t *fixedMask = nullptr;
+        if (rowInBox && (f.rightTurn == 0 || f.rightTurn == 18000)) {
+            const int64_t py = y - f.minY;
+            const int64_t row = f.rightTurn == 0 ? py : f.height - 1 - py;
+            if (row >= 0 && row < f.height) {
+                fixedSrc = f.srcBits + f.srcStride * static_cast<size_t>(row);
+                if (f.maskBits != nullptr) fixedMask = f.maskBits + f.maskStride * static_cast<size_t>(row);
+            }
+        }
         for (int64_t x = x0; x <= x1; ++x, out += 3) {
             const int64_t tx = x + f.pasteX;
-            const bool inTarget = InTarget(tx, ty);
-            const Rgb under = inTarget ? Target(tx, ty) : f.back;
+            const bool inTarget = tgtRow != nullptr && tx >= 0 && tx < f.targetWidth;
+            const Rgb under = inTarget ? tgt(tgtRow, static_cast<int32_t>(tx)) : f.back;
             Rgb s = under;
             if (rowInBox && x >= f.minX && x <= f.maxX) {
-                s = f.rightTurn >= 0 ? NearestSource(x, y, tx, ty) : FilteredSource(x, y, tx, ty);
+                if (fixedSrc != nullptr) {
+                    const int64_t px = x - f.minX;
+                    const int64_t col = f.rightTurn == 0 ? px : f.width - 1 - px;
+                    if (col >= 0 && col < f.width &&
+                        (fixedMask == nullptr || MaskBitSet(fixedMask, static_cast<int32_t>(col)))) {
+                        s = src(fixedSrc, static_cast<int32_t>(col));
+                    }
+                } else if (f.rightTurn >= 0) {
+                    s = NearestSource(x, y, tx, ty);
+                } else {
+                    s = FilteredSource(x, y, tx, ty);
+                }
             }
             Store(out, s, inTarget ? under : s);
         }
