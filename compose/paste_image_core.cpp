@@ -245,12 +245,12 @@ struct PasteWalker {
         }
         Rgb t00, t10, t01, t11;
         const int64_t col1 = col + dx, row1 = row + dy;
-        const uint8_t *row0Bits = f.srcBits + f.srcStride * static_cast<size_t>(row);
-        const uint8_t *row1Bits = f.srcBits + f.srcStride * static_cast<size_t>(row1);
         const auto c0 = static_cast<int32_t>(col), c1 = static_cast<int32_t>(col1);
         // Inside the source with every mask bit set, all four taps are source pixels.
         if (col1 >= 0 && col1 < f.width && row1 >= 0 && row1 < f.height &&
             (f.maskBits == nullptr || AllMaskBitsSet(row, row1, c0, c1))) {
+            const uint8_t *row0Bits = f.srcBits + f.srcStride * static_cast<size_t>(row);
+            const uint8_t *row1Bits = f.srcBits + f.srcStride * static_cast<size_t>(row1);
             t00 = src(row0Bits, c0);
             t10 = src(row0Bits, c1);
             t01 = src(row1Bits, c0);
