@@ -49,12 +49,12 @@ const Command kCommands[] = {
 
     // Selection, new images and compositing.
     {"paste-image",
-     "TARGET SOURCE OUT [--at X,Y] [--angle N] [--mirror] [--flip] [--opacity N] [--back R,G,B] [--mask FILE] "
-     "[--keep-size]",
+     "TARGET SOURCE OUT [--at X,Y] [--angle N] [--mirror] [--flip] [--opacity N] [--back R,G,B] "
+     "[--mask FILE] [--keep-size]",
      false, RunPasteImage,
      "lay SOURCE over TARGET by its centre, turned by N/100 degrees and faded (24-bit result)"},
-    {"layer", "BASE OVER OUT [--at X,Y] [--key R,G,B] [--opacity N] [--back R,G,B] [--keep-size]", false, RunLayer,
-     "lay OVER on BASE by its top-left corner; its key colour lets BASE through (24-bit result)"},
+    {"layer", "BASE OVER OUT [--at X,Y] [--key R,G,B] [--opacity N] [--back R,G,B] [--keep-size]", false,
+     RunLayer, "lay OVER on BASE by its top-left corner; its key colour lets BASE through (24-bit result)"},
 
     // Clipboard and the hidden mark.
 };
