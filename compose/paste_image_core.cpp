@@ -487,14 +487,16 @@ DibHandle PasteRotatedDib(const PasteRequest &r) {
 
 namespace {
 
-// A caller's image for paste: its block holds what its header claims, its format passes, and it
-// has at least one row and one column (the walk addresses rows through the height).
-bool CheckPasteImage(const LockedBlock &lock, PasteImageView &view) {
+// A caller's image for paste: its block holds what its header claims and its format passes. An
+// image without a row or a column is refused (status 7), since the walk addresses rows through the
+// height; a source that is to be mirrored or flipped is left to CloneDib, which refuses it first
+// (status 5).
+bool CheckPasteImage(const LockedBlock &lock, bool cloned, PasteImageView &view) {
     const uint8_t *dib = lock.bytes();
     if (!CheckDibBlock(dib, lock.size())) return false;
     uint32_t greenMask = 0, blueMask = 0;
     if (!CheckDibFormat(dib, kFormatAll, &view.redMask, &greenMask, &blueMask)) return false;
-    if (DibWidth(dib) < 1 || DibHeight(dib) < 1) {
+    if (!cloned && (DibWidth(dib) < 1 || DibHeight(dib) < 1)) {
         SetErrorStatus(TZ3_BAD_IMAGE);
         return false;
     }
@@ -533,8 +535,10 @@ DibHandle PasteImageCore(DibHandle target, DibHandle sourceImage, DibHandle sour
     }
 
     PasteRequest request;
-    if (!CheckPasteImage(targetLock, request.target)) return nullptr;
-    if (!CheckPasteImage(sourceLock, request.source)) return nullptr;
+    const bool mirrored = mirror != 0;
+    const bool flipped = flip != 0;
+    if (!CheckPasteImage(targetLock, false, request.target)) return nullptr;
+    if (!CheckPasteImage(sourceLock, mirrored || flipped, request.source)) return nullptr;
     if (sourceMask != nullptr) {
         // The block is measured first, so that not even the mask's header is read past its end.
         if (!CheckDibBlock(maskLock.bytes(), maskLock.size())) return nullptr;
@@ -544,8 +548,6 @@ DibHandle PasteImageCore(DibHandle target, DibHandle sourceImage, DibHandle sour
     }
 
     // Mirror and flip take the first points of the span, whatever the caller's base.
-    const bool mirrored = mirror != 0;
-    const bool flipped = flip != 0;
     int32_t low = progressBase != 0 ? 51 : 0;
     if (mirrored || flipped) low = (mirrored && flipped) ? 11 : 6;
 

@@ -642,6 +642,19 @@ TEST(PasteImageCore, RefusesUnusableFormatsAndUnfitMasksWithStatus7) {
         EXPECT_TRUE(IsUnlocked(b.h));
         EXPECT_EQ(FromBlock(b.h), *bad);
     }
+    // A source without columns that is to be mirrored or flipped is refused by its copy: status 5.
+    {
+        HandleGuard b(ToBlock(zeroWide));
+        PasteSettings mirrored;
+        mirrored.mirror = 1;
+        EXPECT_EQ(Core(goodBlock.h, b.h, nullptr, mirrored), nullptr);
+        EXPECT_EQ(Tz3GetErrorStatus(), 5);
+        PasteSettings flipped;
+        flipped.flip = 1;
+        EXPECT_EQ(Core(goodBlock.h, b.h, nullptr, flipped), nullptr);
+        EXPECT_EQ(Tz3GetErrorStatus(), 5);
+        EXPECT_TRUE(IsUnlocked(b.h));
+    }
     // Masks: wrong width, wrong height, 8 bits, a short block.
     std::vector<uint8_t> shortMask = EmptyMask(3, 3);
     shortMask.pop_back();
