@@ -115,6 +115,8 @@ int RunSelectImage(const std::vector<std::string> &args);
 int RunAutoSelectImage(const std::vector<std::string> &args);
 int RunCreateImage(const std::vector<std::string> &args);
 int RunCopyImage(const std::vector<std::string> &args);
+int RunPasteImage(const std::vector<std::string> &args);
+int RunLayer(const std::vector<std::string> &args);
 
 // Clipboard and the hidden mark.
 

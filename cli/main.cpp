@@ -59,6 +59,13 @@ const Command kCommands[] = {
     {"create-image", "OUT --width W --height H [--depth 1|4|8|16|24|32] [--colour R,G,B]", false, RunCreateImage,
      "a new image of one colour"},
     {"copy-image", "IN OUT", false, RunCopyImage, "a copy of the image, byte for byte"},
+    {"paste-image",
+     "TARGET SOURCE OUT [--at X,Y] [--angle N] [--mirror] [--flip] [--opacity N] [--back R,G,B] "
+     "[--mask FILE] [--keep-size]",
+     false, RunPasteImage,
+     "lay SOURCE over TARGET by its centre, turned by N/100 degrees and faded (24-bit result)"},
+    {"layer", "BASE OVER OUT [--at X,Y] [--key R,G,B] [--opacity N] [--back R,G,B] [--keep-size]", false,
+     RunLayer, "lay OVER on BASE by its top-left corner; its key colour lets BASE through (24-bit result)"},
 
     // Clipboard and the hidden mark.
 };

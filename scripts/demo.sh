@@ -50,5 +50,37 @@ run auto-select-red-chroma.png auto-select-image "$out/sample.bmp" "$out/auto-se
   --key 255,0,0 --metric chroma --tolerance 20 --mask-out "$out/auto-select-red-chroma-mask.png"
 run create-image.png create-image "$out/create-image.png" --width 320 --height 200 --depth 8 --colour 255,0,0
 run copy-image.bmp copy-image "$out/sample.bmp" "$out/copy-image.bmp"
+# A 1-bit BMP of W x H whose bits are set in the rectangle LEFT..RIGHT, TOP..BOTTOM (rows from the
+# top; LEFT and RIGHT + 1 multiples of 8), written byte by byte.
+le16() { printf '\\x%02x\\x%02x' $(($1 & 255)) $((($1 >> 8) & 255)); }
+le32() { le16 $(($1 & 65535)); le16 $((($1 >> 16) & 65535)); }
+rect_mask() {
+  local w=$1 h=$2 l=$3 t=$4 r=$5 b=$6 file=$7
+  local stride=$(((w + 31) / 32 * 4))
+  local size=$((stride * h)) y inside outside
+  inside=$(mktemp) outside=$(mktemp)
+  head -c "$stride" /dev/zero > "$outside"
+  { head -c $((l / 8)) /dev/zero; head -c $(((r - l + 1) / 8)) /dev/zero | tr '\0' '\377'
+    head -c $((stride - l / 8 - (r - l + 1) / 8)) /dev/zero; } > "$inside"
+  {
+    printf 'BM%b' "$(le32 $((62 + size)); le32 0; le32 62)"
+    printf '%b' "$(le32 40; le32 "$w"; le32 "$h"; le16 1; le16 1; le32 0; le32 "$size"; le32 0; le32 0; le32 0; le32 0)"
+    printf '\0\0\0\0\377\377\377\0'
+    for ((y = h - 1; y >= 0; y--)); do
+      if ((y >= t && y <= b)); then cat "$inside"; else cat "$outside"; fi
+    done
+  } > "$file"
+  rm -f "$inside" "$outside"
+}
+rect_mask 640 480 240 160 399 319 "$out/paste-mask.bmp"
+echo "  paste-mask.bmp"
+run paste-rotated-half.png paste-image "$out/sample.bmp" "$out/sample.bmp" "$out/paste-rotated-half.png" \
+  --mask "$out/paste-mask.bmp" --angle 3000 --opacity 128 --at 170,130 --keep-size
+run paste-grown.png paste-image "$out/sample.bmp" "$out/sample.bmp" "$out/paste-grown.png" \
+  --mask "$out/paste-mask.bmp" --angle -4500 --mirror --at 600,60 --back 40,40,90
+run layer-keyed.png layer "$out/sample.bmp" "$out/rgb-rev.png" "$out/layer-keyed.png" \
+  --key 127,127,127 --at 320,240 --opacity 220 --back 30,30,30
+run layer-keyed-kept.png layer "$out/sample.bmp" "$out/rgb-rev.png" "$out/layer-keyed-kept.png" \
+  --key 127,127,127 --at 160,120 --keep-size
 
 # Clipboard and the hidden mark.

@@ -28,6 +28,7 @@ required=(
 
   # selection, new images and compositing
   TZ3SelectImage TZ3SelectImageEx TZ3AutoSelectImage TZ3AutoSelectImageEx TZ3CreateImage TZ3CopyImage
+  TZ3PasteImage TZ3Layer
 
   # clipboard and the hidden mark
 
