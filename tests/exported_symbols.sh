@@ -22,6 +22,7 @@ required=(
   # colour depth conversion
 
   # filters
+  TZ3CustomFilter TZ3Sharp TZ3AntiAlias TZ3Emboss
 
   # geometry
 
