@@ -105,7 +105,11 @@ TEST(CustomFilter, PlainAndVectorSpansGiveTheSameBitsAsTheFormula) {
         std::vector<tz3::TapRow> taps;
         for (auto &row : rows) {
             for (uint8_t &v : row) v = static_cast<uint8_t>(rng() % 3 == 0 ? (rng() % 2) * 255 : rng());
-            const int32_t weight = trial % 3 == 0 ? static_cast<int32_t>(rng()) : static_cast<int32_t>(rng() % 513) - 256;
+            // Full 32-bit weights, weights around the 16-bit limits, and small ones.
+            static const int32_t kEdges[] = {-32768, 32767, -32769, 32768, -1, 1};
+            const int32_t weight = trial % 3 == 0   ? static_cast<int32_t>(rng())
+                                   : trial % 3 == 1 ? kEdges[rng() % 6]
+                                                    : static_cast<int32_t>(rng() % 513) - 256;
             taps.push_back(tz3::TapRow{row.data(), static_cast<uint32_t>(weight)});
         }
         const int divisor = 1 + static_cast<int>(rng() % 255);
