@@ -69,7 +69,6 @@ struct TapRow {
 // The same loop compiled for the plain instruction set and for AVX2.
 void ConvolveSpan(const TapRow *taps, int32_t tapCount, int32_t n, int32_t divisor, int32_t bias, uint8_t *out);
 void ConvolveSpanAvx2(const TapRow *taps, int32_t tapCount, int32_t n, int32_t divisor, int32_t bias, uint8_t *out);
-bool ProcessorHasAvx2();
 
 // The convolution for one call: the kernel (81 weights, row r reaching the source row y + 4 - r,
 // column c the column x + c - 4), the low bytes of divisor and bias, and which colour channels are

@@ -186,6 +186,9 @@ inline T *AllocScratch(OwnedBlock &owner, uint64_t count) {
     return reinterpret_cast<T *>(owner.bytes());
 }
 
+// True when the processor runs AVX2 code; asked once per call, where a filter picks its loops.
+bool ProcessorHasAvx2();
+
 // After each row (or band) of the box: false, with status 1, when the user cancelled.
 inline bool FilterProgress(int32_t step, int32_t last, int32_t noDialog) {
     if (PercentProgress(step, last, 0, 100, noDialog) != 0) return true;

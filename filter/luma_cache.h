@@ -21,11 +21,19 @@ inline uint8_t TableLuma(const float *const t[3], uint8_t r, uint8_t g, uint8_t 
                                                      static_cast<double>(t[2][b])));
 }
 
+// The lumas of n pixels of channel values r, g, b (0..255) by the tables t, in a plain loop and in
+// an AVX2 one (gathers, the same double sums); LumaCache picks one once per call.
+void LumaSpan(const float *const t[3], const int32_t *r, const int32_t *g, const int32_t *b, int32_t n,
+              uint16_t *out);
+void LumaSpanAvx2(const float *const t[3], const int32_t *r, const int32_t *g, const int32_t *b, int32_t n,
+                  uint16_t *out);
+
 struct LumaCache {
     OwnedBlock block;
     uint16_t *words = nullptr;
     int32_t width = 0;
     const float *t[3] = {};
+    bool avx2 = false;
 
     static constexpr uint16_t kNotComputed = 0xFFFF;
 
@@ -39,6 +47,7 @@ struct LumaCache {
         words = reinterpret_cast<uint16_t *>(block.bytes());
         width = w;
         for (int32_t i = 0; i < 3; ++i) t[i] = tables[i];
+        avx2 = ProcessorHasAvx2();
         return true;
     }
 
@@ -47,10 +56,23 @@ struct LumaCache {
     const uint16_t *Row(const FilterImage<Pix> &img, int32_t y) {
         uint16_t *row = words + static_cast<size_t>(width) * static_cast<size_t>(y);
         if (row[0] == kNotComputed) {
+            // A chunk of pixels at a time: their channels, then their lumas.
+            constexpr int32_t kChunk = 64;
+            int32_t r[kChunk], g[kChunk], b[kChunk];
             const uint8_t *s = img.SrcRow(y);
-            for (int32_t x = 0; x < width; ++x, s += Pix::kBytes) {
-                const Rgb c = Pix::Fetch(s);
-                row[x] = TableLuma(t, c.r, c.g, c.b);
+            for (int32_t x0 = 0; x0 < width; x0 += kChunk) {
+                const int32_t m = width - x0 < kChunk ? width - x0 : kChunk;
+                for (int32_t j = 0; j < m; ++j, s += Pix::kBytes) {
+                    const Rgb c = Pix::Fetch(s);
+                    r[j] = c.r;
+                    g[j] = c.g;
+                    b[j] = c.b;
+                }
+                if (avx2) {
+                    LumaSpanAvx2(t, r, g, b, m, row + x0);
+                } else {
+                    LumaSpan(t, r, g, b, m, row + x0);
+                }
             }
         }
         return row;

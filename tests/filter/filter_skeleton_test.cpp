@@ -261,3 +261,29 @@ TEST(FilterSkeleton, LumaCacheComputesEachRowOnceWithWhiteAt254) {
     cache.words[1] = 7;
     EXPECT_EQ(cache.Row(img, 0)[1], 7);
 }
+
+TEST(FilterSkeleton, PlainAndVectorLumaSpansGiveTheSameLumas) {
+    std::mt19937 rng(54);
+    tz3::LumaTables tables;
+    ASSERT_TRUE(tz3::BuildLumaTables(tables));
+    for (int trial = 0; trial < 200; ++trial) {
+        const int n = 1 + static_cast<int>(rng() % 70);
+        std::vector<int32_t> r(n), g(n), b(n);
+        for (int i = 0; i < n; ++i) {
+            r[i] = static_cast<int32_t>(rng() % 3 == 0 ? 255 : rng() % 256);
+            g[i] = static_cast<int32_t>(rng() % 3 == 0 ? 255 : rng() % 256);
+            b[i] = static_cast<int32_t>(rng() % 3 == 0 ? 255 : rng() % 256);
+        }
+        std::vector<uint16_t> plain(n), vector(n);
+        tz3::LumaSpan(tables.t, r.data(), g.data(), b.data(), n, plain.data());
+        tz3::LumaSpanAvx2(tables.t, r.data(), g.data(), b.data(), n, vector.data());
+        ASSERT_EQ(plain, vector) << "trial " << trial;
+        for (int i = 0; i < n; ++i) {
+            const float yr = static_cast<float>(r[i]) * std::bit_cast<float>(0x3E991687u);
+            const float yg = static_cast<float>(g[i]) * std::bit_cast<float>(0x3F1645A2u);
+            const float yb = static_cast<float>(b[i]) * std::bit_cast<float>(0x3DE978D5u);
+            ASSERT_EQ(plain[i],
+                      static_cast<int>(static_cast<double>(yr) + static_cast<double>(yg) + static_cast<double>(yb)));
+        }
+    }
+}

@@ -3,6 +3,8 @@
 // byte, borders, statuses, progress, cancellation and allocation failure.
 #include <gtest/gtest.h>
 
+#include "filter/sharp_span.h"
+#include "frame/colour_tables.h"
 #include "support/filter_harness.h"
 #include "support/filter_kernel_reference.h"
 
@@ -173,4 +175,46 @@ TEST(Sharp, ProgressCancellationAllocationFailureAndStatuses) {
     });
     ExpectRefusedFormats(rng, call);
     ExpectFrameStatuses(rng, call);
+}
+
+TEST(Sharp, PlainAndVectorColourStepsGiveTheSameBitsAsTheFormula) {
+    std::mt19937 rng(4207);
+    tz3::YccTables tables;
+    ASSERT_TRUE(tz3::BuildYccTables(tables));
+    for (int trial = 0; trial < 200; ++trial) {
+        const int n = 1 + static_cast<int>(rng() % 70);
+        std::vector<int32_t> r(n), g(n), b(n);
+        std::vector<float> y(n);
+        for (int i = 0; i < n; ++i) {
+            r[i] = static_cast<int32_t>(rng() % 4 == 0 ? (rng() % 2) * 255 : rng() % 256);
+            g[i] = static_cast<int32_t>(rng() % 256);
+            b[i] = static_cast<int32_t>(rng() % 4 == 0 ? (rng() % 2) * 255 : rng() % 256);
+            // New lumas as sharpening makes them: float(d) x k + float(Lc), far outside 0..255 too.
+            const float k = static_cast<float>(static_cast<double>(static_cast<float>(rng() % 101)) * 3.0 / 100.0);
+            const float scaled = static_cast<float>(static_cast<int>(rng() % 4591) - 2295) * k;
+            y[i] = scaled + static_cast<float>(rng() % 256);
+        }
+        std::vector<uint8_t> plain(3 * n), vector(3 * n);
+        tz3::SharpColourSpan(tables.t, r.data(), g.data(), b.data(), y.data(), n, plain.data(), plain.data() + n,
+                             plain.data() + 2 * n);
+        tz3::SharpColourSpanAvx2(tables.t, r.data(), g.data(), b.data(), y.data(), n, vector.data(),
+                                 vector.data() + n, vector.data() + 2 * n);
+        ASSERT_EQ(plain, vector) << "trial " << trial;
+        for (int i = 0; i < n; ++i) {
+            // The formula, written out: chroma sums in double stored as float, the way back in double.
+            const float cr = static_cast<float>(static_cast<double>(static_cast<float>(r[i]) * 0.5f) +
+                                                static_cast<double>(static_cast<float>(g[i]) * -0.41869f) +
+                                                static_cast<double>(static_cast<float>(b[i]) * -0.08131f));
+            const float cb = static_cast<float>(static_cast<double>(static_cast<float>(r[i]) * -0.16874f) +
+                                                static_cast<double>(static_cast<float>(g[i]) * -0.33126f) +
+                                                static_cast<double>(static_cast<float>(b[i]) * 0.5f));
+            const double yd = y[i];
+            const auto clamp = [](double v) { return v <= -1.0 ? 0 : v >= 256.0 ? 255 : std::clamp(static_cast<int>(v), 0, 255); };
+            EXPECT_EQ(plain[i], clamp(yd + static_cast<double>(cb) * static_cast<double>(1.772f))) << i;
+            EXPECT_EQ(plain[n + i], clamp(yd - static_cast<double>(cb) * static_cast<double>(0.34414f) -
+                                          static_cast<double>(cr) * static_cast<double>(0.71414f)))
+                << i;
+            EXPECT_EQ(plain[2 * n + i], clamp(yd + static_cast<double>(cr) * static_cast<double>(1.402f))) << i;
+        }
+    }
 }
