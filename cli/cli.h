@@ -107,6 +107,10 @@ int RunSetGray(const std::vector<std::string> &args);
 int RunConvertColor(const std::vector<std::string> &args);
 
 // Neighbourhood filters.
+int RunCustomFilter(const std::vector<std::string> &args);
+int RunSharp(const std::vector<std::string> &args);
+int RunAntiAlias(const std::vector<std::string> &args);
+int RunEmboss(const std::vector<std::string> &args);
 
 // Geometry.
 

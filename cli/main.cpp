@@ -46,6 +46,12 @@ const Command kCommands[] = {
      RunConvertColor, "convert to another depth (80: 8-bit gray), building or fixing a palette, with dithering"},
 
     // Neighbourhood filters.
+    {"custom-filter", "IN OUT --kernel FILE [--divisor N] [--bias N] [--red] [--green] [--blue]", true,
+     RunCustomFilter, "convolve with a kernel of up to 9 x 9 whole numbers read from FILE"},
+    {"sharp", "IN OUT [--strength N]", true, RunSharp, "sharpen luma against its 3 x 3 neighbourhood (N 0..100)"},
+    {"anti-alias", "IN OUT", true, RunAntiAlias, "soften vertical edges: the mean of each pixel and its row neighbours"},
+    {"emboss", "IN OUT [--direction N] [--depth N] [--bias N]", true, RunEmboss,
+     "relief facing direction N (0..7), depth 1..5, flat areas at the bias level"},
 
     // Geometry.
 

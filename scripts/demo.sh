@@ -36,6 +36,16 @@ run convert-16-fixed.png convert-color "$out/sample.bmp" "$out/convert-16-fixed.
 run convert-1-dither.png convert-color "$out/sample.bmp" "$out/convert-1-dither.png" --target 1 --dither --threshold 128
 
 # Neighbourhood filters.
+printf '%s\n' '-1 -1 -1 -1 -1' '-1  2  2  2 -1' '-1  2  8  2 -1' '-1  2  2  2 -1' '-1 -1 -1 -1 -1' >"$out/kernel5x5.txt"
+printf '%s\n' '1 2 1' '2 4 2' '1 2 1' >"$out/kernel3x3.txt"
+run custom-filter-5x5.png custom-filter "$out/sample.bmp" "$out/custom-filter-5x5.png" --kernel "$out/kernel5x5.txt"
+run custom-filter-blur-red.png custom-filter "$out/sample.bmp" "$out/custom-filter-blur-red.png" \
+  --kernel "$out/kernel3x3.txt" --red --ellipse 120,80,520,400
+run sharp.png sharp "$out/sample.bmp" "$out/sharp.png" --strength 80
+run anti-alias.png anti-alias "$out/sample.bmp" "$out/anti-alias.png"
+run emboss.png emboss "$out/sample.bmp" "$out/emboss.png" --direction 1 --depth 4 --bias 128
+run emboss-outside-polygon.png emboss "$out/sample.bmp" "$out/emboss-outside-polygon.png" --direction 6 \
+  --polygon 320,40,600,440,40,440 --outside
 
 # Geometry.
 

@@ -23,6 +23,7 @@ required=(
   TZ3ConvertColor
 
   # filters
+  TZ3CustomFilter TZ3Sharp TZ3AntiAlias TZ3Emboss
 
   # geometry
 
