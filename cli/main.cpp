@@ -84,7 +84,7 @@ std::string UsageLine(const Command &command) {
 
 void PrintHelp() {
     std::printf("usage: tz3 COMMAND ARGUMENTS...\n\nCommands:\n");
-    for (const Command &command : kCommands) std::printf("  %-10s %s\n", command.name, command.summary);
+    for (const Command &command : kCommands) std::printf("  %-18s %s\n", command.name, command.summary);
     std::printf("\nImages are BMP or PNG files; the output's format follows its extension.\n");
     std::printf("'tz3 COMMAND --help' shows a command's arguments.\n");
 }
