@@ -106,6 +106,10 @@ int RunSetGray(const std::vector<std::string> &args);
 // Colour depth conversion.
 
 // Neighbourhood filters.
+int RunShade(const std::vector<std::string> &args);
+int RunMosaic(const std::vector<std::string> &args);
+int RunOutline(const std::vector<std::string> &args);
+int RunRemoveNoise(const std::vector<std::string> &args);
 
 // Geometry.
 

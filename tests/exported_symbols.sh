@@ -22,6 +22,7 @@ required=(
   # colour depth conversion
 
   # filters
+  TZ3Shade TZ3Mosaic TZ3Outline TZ3RemoveNoise
 
   # geometry
 
