@@ -337,3 +337,15 @@ TEST(Mosaic, FrameStatuses) {
     std::mt19937 rng(6009);
     ExpectFrameStatuses(rng, Mosaic(2, 2));
 }
+
+TEST(Mosaic, TileSizesAreWholeSignedValuesNotLowBytes) {
+    // 257 is a tile wider than this image, not a tile of width 1.
+    std::mt19937 rng(6010);
+    const Bytes src = RandomDib(rng, 9, 5, 24);
+    const Bytes wide = Tiled(src, 257, 2);
+    EXPECT_EQ(wide, WholeReference(src, 257, 2));
+    EXPECT_EQ(wide, Tiled(src, 9, 2));
+    EXPECT_NE(wide, Tiled(src, 1, 2));
+    // 256 by 1 is valid although 256's low byte is 0.
+    EXPECT_EQ(Tiled(src, 256, 1), WholeReference(src, 256, 1));
+}
