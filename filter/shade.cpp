@@ -36,7 +36,9 @@ struct ShadeOp {
     int32_t lo = 0, hi = 0;
     OwnedBlock scratchBlock;
     uint32_t *columns = nullptr;  // span x channels
-    uint32_t *prefix = nullptr;   // (span + 1) x channels
+    // (span + 1) x channels. On a very wide row the prefix may wrap, but a window's sum, the
+    // difference of two prefixes, is below 2^32 and comes out exact in unsigned arithmetic.
+    uint32_t *prefix = nullptr;
     uint8_t *rowValues = nullptr; // span x channels, one source row
     uint8_t *means = nullptr;     // box width x channels
     CountDivider divider[2 * kMaxRadius + 2];

@@ -113,10 +113,6 @@ PixelSelected BoxMaskBits(const RefBox &box, const Bytes &mask) {
 
 RefBox WholeBox(const Bytes &src) { return RefBox{0, 0, ImageWidth(src) - 1, ImageHeight(src) - 1}; }
 
-Bytes RandomBoxMask(std::mt19937 &rng, const RefBox &box) {
-    return RandomMask(rng, box.x1 - box.x0 + 1, box.y1 - box.y0 + 1);
-}
-
 int RefLuma(int r, int g, int b) {
     const float wr = std::bit_cast<float>(0x3E991687u);
     const float wg = std::bit_cast<float>(0x3F1645A2u);

@@ -6,7 +6,6 @@
 
 #include <cstdint>
 #include <functional>
-#include <random>
 #include <vector>
 
 #include "support/test_images.h"
@@ -22,9 +21,6 @@ struct RefBox {
 
 // The box of the whole image.
 RefBox WholeBox(const Bytes &src);
-
-// A region mask (1-bit image, 48-byte head) of the box's size with random bits.
-Bytes RandomBoxMask(std::mt19937 &rng, const RefBox &box);
 
 // Whether the call computes pixel (x, y) of the image.
 using PixelSelected = std::function<bool(int x, int y)>;
