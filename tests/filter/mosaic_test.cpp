@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <thread>
 
 #include "frame/region.h"
 #include "support/filter_harness.h"
@@ -348,4 +349,29 @@ TEST(Mosaic, TileSizesAreWholeSignedValuesNotLowBytes) {
     EXPECT_NE(wide, Tiled(src, 1, 2));
     // 256 by 1 is valid although 256's low byte is 0.
     EXPECT_EQ(Tiled(src, 256, 1), WholeReference(src, 256, 1));
+}
+
+TEST(Mosaic, SeveralThreadsAtOnceGiveTheResultsOfOne) {
+    // No state is kept between calls: four threads filtering their own images agree with one.
+    std::mt19937 rng(4242);
+    std::vector<Bytes> sources, expected;
+    for (int i = 0; i < 4; ++i) {
+        sources.push_back(RandomDib(rng, 40 + i, 30, i % 2 == 0 ? 24 : 32));
+        HandleGuard image(ToBlock(sources.back()));
+        HandleGuard out(RunOn(Mosaic(3, 2), image.h, nullptr, RegionRequest{}));
+        expected.push_back(FromBlock(out.h));
+    }
+    std::vector<int> mismatches(4, 0);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&, i] {
+            for (int round = 0; round < 5; ++round) {
+                HandleGuard image(ToBlock(sources[i]));
+                HandleGuard out(RunOn(Mosaic(3, 2), image.h, nullptr, RegionRequest{}));
+                if (out.h == nullptr || FromBlock(out.h) != expected[i]) ++mismatches[i];
+            }
+        });
+    }
+    for (std::thread &t : threads) t.join();
+    EXPECT_EQ(mismatches, std::vector<int>(4, 0));
 }

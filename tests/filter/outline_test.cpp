@@ -4,6 +4,8 @@
 // statuses, progress, cancellation and allocation failure.
 #include <gtest/gtest.h>
 
+#include <thread>
+
 #include "support/filter_harness.h"
 #include "support/window_filter_reference.h"
 
@@ -263,4 +265,29 @@ TEST(Outline, RefusesPaletteAndUnusableFormatsWithStatusSeven) {
 TEST(Outline, FrameStatuses) {
     std::mt19937 rng(7013);
     ExpectFrameStatuses(rng, Outline(0, 2, 1));
+}
+
+TEST(Outline, SeveralThreadsAtOnceGiveTheResultsOfOne) {
+    // No state is kept between calls: four threads filtering their own images agree with one.
+    std::mt19937 rng(4242);
+    std::vector<Bytes> sources, expected;
+    for (int i = 0; i < 4; ++i) {
+        sources.push_back(RandomDib(rng, 40 + i, 30, i % 2 == 0 ? 24 : 32));
+        HandleGuard image(ToBlock(sources.back()));
+        HandleGuard out(RunOn(Outline(0, 2, 2), image.h, nullptr, RegionRequest{}));
+        expected.push_back(FromBlock(out.h));
+    }
+    std::vector<int> mismatches(4, 0);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&, i] {
+            for (int round = 0; round < 5; ++round) {
+                HandleGuard image(ToBlock(sources[i]));
+                HandleGuard out(RunOn(Outline(0, 2, 2), image.h, nullptr, RegionRequest{}));
+                if (out.h == nullptr || FromBlock(out.h) != expected[i]) ++mismatches[i];
+            }
+        });
+    }
+    for (std::thread &t : threads) t.join();
+    EXPECT_EQ(mismatches, std::vector<int>(4, 0));
 }

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <thread>
 
 #include "filter/small_median.h"
 #include "support/filter_harness.h"
@@ -276,4 +277,29 @@ TEST(RemoveNoise, RefusesPaletteAndUnusableFormatsWithStatusSeven) {
 TEST(RemoveNoise, FrameStatuses) {
     std::mt19937 rng(8010);
     ExpectFrameStatuses(rng, RemoveNoise(1, 100));
+}
+
+TEST(RemoveNoise, SeveralThreadsAtOnceGiveTheResultsOfOne) {
+    // No state is kept between calls: four threads filtering their own images agree with one.
+    std::mt19937 rng(4242);
+    std::vector<Bytes> sources, expected;
+    for (int i = 0; i < 4; ++i) {
+        sources.push_back(RandomDib(rng, 40 + i, 30, i % 2 == 0 ? 24 : 32));
+        HandleGuard image(ToBlock(sources.back()));
+        HandleGuard out(RunOn(RemoveNoise(0, 0), image.h, nullptr, RegionRequest{}));
+        expected.push_back(FromBlock(out.h));
+    }
+    std::vector<int> mismatches(4, 0);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&, i] {
+            for (int round = 0; round < 5; ++round) {
+                HandleGuard image(ToBlock(sources[i]));
+                HandleGuard out(RunOn(RemoveNoise(0, 0), image.h, nullptr, RegionRequest{}));
+                if (out.h == nullptr || FromBlock(out.h) != expected[i]) ++mismatches[i];
+            }
+        });
+    }
+    for (std::thread &t : threads) t.join();
+    EXPECT_EQ(mismatches, std::vector<int>(4, 0));
 }

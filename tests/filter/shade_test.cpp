@@ -4,6 +4,8 @@
 // progress, cancellation and allocation failure.
 #include <gtest/gtest.h>
 
+#include <thread>
+
 #include "filter/count_divider.h"
 #include "support/filter_harness.h"
 #include "support/window_filter_reference.h"
@@ -208,4 +210,29 @@ TEST(Shade, RefusesPaletteAndUnusableFormatsWithStatusSeven) {
 TEST(Shade, FrameStatuses) {
     std::mt19937 rng(5010);
     ExpectFrameStatuses(rng, Shade(1));
+}
+
+TEST(Shade, SeveralThreadsAtOnceGiveTheResultsOfOne) {
+    // No state is kept between calls: four threads filtering their own images agree with one.
+    std::mt19937 rng(4242);
+    std::vector<Bytes> sources, expected;
+    for (int i = 0; i < 4; ++i) {
+        sources.push_back(RandomDib(rng, 40 + i, 30, i % 2 == 0 ? 24 : 32));
+        HandleGuard image(ToBlock(sources.back()));
+        HandleGuard out(RunOn(Shade(3), image.h, nullptr, RegionRequest{}));
+        expected.push_back(FromBlock(out.h));
+    }
+    std::vector<int> mismatches(4, 0);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&, i] {
+            for (int round = 0; round < 5; ++round) {
+                HandleGuard image(ToBlock(sources[i]));
+                HandleGuard out(RunOn(Shade(3), image.h, nullptr, RegionRequest{}));
+                if (out.h == nullptr || FromBlock(out.h) != expected[i]) ++mismatches[i];
+            }
+        });
+    }
+    for (std::thread &t : threads) t.join();
+    EXPECT_EQ(mismatches, std::vector<int>(4, 0));
 }
