@@ -59,8 +59,9 @@ BENCHMARK(BM_OpenCvBlur_4096x4096x24)->Arg(1)->Arg(5)->Arg(20)->Unit(benchmark::
 void BM_Mosaic_4096x4096x24(benchmark::State &state) {
     const auto tile = static_cast<int32_t>(state.range(0));
     const DibPair *pair = Whole();
-    tz3bench::RunOperation(state, pair->image,
-                           [&] { return TZ3Mosaic(pair, 1, nullptr, 0, nullptr, 1, tile, tile, 1, 0, 0, 0); });
+    tz3bench::RunOperation(state, pair->image, [&] {
+        return TZ3Mosaic(pair, 1, nullptr, 0, nullptr, 1, tile, tile, 1, 0, 0, 0);
+    });
 }
 BENCHMARK(BM_Mosaic_4096x4096x24)->Arg(2)->Arg(16)->Unit(benchmark::kMillisecond);
 
@@ -85,8 +86,9 @@ BENCHMARK(BM_OpenCvSobel_4096x4096x24)->Unit(benchmark::kMillisecond);
 void BM_RemoveNoise_4096x4096x24(benchmark::State &state) {
     const auto method = static_cast<int32_t>(state.range(0));
     const DibPair *pair = Whole();
-    tz3bench::RunOperation(state, pair->image,
-                           [&] { return TZ3RemoveNoise(pair, 1, nullptr, 0, nullptr, 1, method, 128, 1, 0, 0, 0); });
+    tz3bench::RunOperation(state, pair->image, [&] {
+        return TZ3RemoveNoise(pair, 1, nullptr, 0, nullptr, 1, method, 128, 1, 0, 0, 0);
+    });
 }
 BENCHMARK(BM_RemoveNoise_4096x4096x24)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 

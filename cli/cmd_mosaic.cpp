@@ -7,10 +7,12 @@ namespace tz3cli {
 
 int RunMosaic(const std::vector<std::string> &args) {
     int32_t tile[2] = {8, 8};
-    const RegionCommandArgs a = ReadRegionCommand(
-        args, [&](ArgReader &reader) { return TakeIntOption(reader, {"--width", "--height"}, tile); });
+    const RegionCommandArgs a = ReadRegionCommand(args, [&](ArgReader &reader) {
+        return TakeIntOption(reader, {"--width", "--height"}, tile);
+    });
     return RunRegionOperation(a, "mosaic", [&](const RegionCall &c) {
-        return TZ3Mosaic(&c.pair, c.kind, c.Points(), c.Count(), &c.rect, c.inside, tile[0], tile[1], 1, 0, 0, 0);
+        return TZ3Mosaic(&c.pair, c.kind, c.Points(), c.Count(), &c.rect, c.inside, tile[0], tile[1], 1, 0, 0,
+                         0);
     });
 }
 

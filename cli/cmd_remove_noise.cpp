@@ -7,11 +7,12 @@ namespace tz3cli {
 
 int RunRemoveNoise(const std::vector<std::string> &args) {
     int32_t values[2] = {0, 128};
-    const RegionCommandArgs a = ReadRegionCommand(
-        args, [&](ArgReader &reader) { return TakeIntOption(reader, {"--method", "--level"}, values); });
+    const RegionCommandArgs a = ReadRegionCommand(args, [&](ArgReader &reader) {
+        return TakeIntOption(reader, {"--method", "--level"}, values);
+    });
     return RunRegionOperation(a, "remove-noise", [&](const RegionCall &c) {
-        return TZ3RemoveNoise(&c.pair, c.kind, c.Points(), c.Count(), &c.rect, c.inside, values[0], values[1], 1, 0,
-                              0, 0);
+        return TZ3RemoveNoise(&c.pair, c.kind, c.Points(), c.Count(), &c.rect, c.inside, values[0], values[1],
+                              1, 0, 0, 0);
     });
 }
 

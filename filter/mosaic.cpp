@@ -73,7 +73,8 @@ struct MosaicPalette {
         const auto index = static_cast<uint8_t>(s.r);
         if constexpr (Bits == 4) {
             uint8_t &b = row[x >> 1];
-            b = (x & 1) == 0 ? static_cast<uint8_t>((b & 0x0F) | (index << 4)) : static_cast<uint8_t>((b & 0xF0) | index);
+            b = (x & 1) == 0 ? static_cast<uint8_t>((b & 0x0F) | (index << 4))
+                             : static_cast<uint8_t>((b & 0xF0) | index);
         } else {
             row[x] = index;
         }
@@ -211,9 +212,10 @@ DibHandle Mosaic(const RegionArgs &args, int32_t tileWidth, int32_t tileHeight, 
 }  // namespace
 }  // namespace tz3
 
-extern "C" TZ3_API DibHandle TZ3Mosaic(const DibPair *pair, int32_t kind, const Tz3Point *points, int32_t count,
-                                       const Tz3Rect *rect, int32_t inside, int32_t tileWidth, int32_t tileHeight,
-                                       int32_t noDialog, intptr_t dialog1, intptr_t dialog2, intptr_t dialog3) {
+extern "C" TZ3_API DibHandle TZ3Mosaic(const DibPair *pair, int32_t kind, const Tz3Point *points,
+                                       int32_t count, const Tz3Rect *rect, int32_t inside, int32_t tileWidth,
+                                       int32_t tileHeight, int32_t noDialog, intptr_t dialog1,
+                                       intptr_t dialog2, intptr_t dialog3) {
     using namespace tz3;
     return RunExport<DibHandle>(noDialog, dialog1, dialog2, dialog3, [&] {
         return Mosaic(UnpackRegion(pair, kind, points, count, rect, inside), tileWidth, tileHeight, noDialog);

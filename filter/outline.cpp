@@ -42,7 +42,8 @@ constexpr int32_t kKernels[3][2][9] = {
 // Luma of one pixel: the sum of three table entries, each in [0, 255 x weight), is below 255, so
 // the conversion truncates without any range to guard.
 inline uint8_t PixelLuma(const LumaTables &t, uint8_t r, uint8_t g, uint8_t b) {
-    const double sum = static_cast<double>(t.t[0][r]) + static_cast<double>(t.t[1][g]) + static_cast<double>(t.t[2][b]);
+    const double sum =
+        static_cast<double>(t.t[0][r]) + static_cast<double>(t.t[1][g]) + static_cast<double>(t.t[2][b]);
     return static_cast<uint8_t>(static_cast<int32_t>(sum));
 }
 
@@ -59,9 +60,9 @@ struct OutlineOp {
 
     LumaTables luma;
     OwnedBlock scratchBlock;
-    int32_t span = 0;            // box width + 2: columns x0 - 1 .. x1 + 1
-    uint8_t *channels = nullptr; // span x channels, one source row
-    uint8_t *values = nullptr;   // 3 rows of span values
+    int32_t span = 0;             // box width + 2: columns x0 - 1 .. x1 + 1
+    uint8_t *channels = nullptr;  // span x channels, one source row
+    uint8_t *values = nullptr;    // 3 rows of span values
     int32_t valueRow[3] = {-1, -1, -1};
     uint8_t *results = nullptr;  // box width x channels
 
@@ -154,10 +155,10 @@ struct OutlineOp {
 }  // namespace
 }  // namespace tz3
 
-extern "C" TZ3_API DibHandle TZ3Outline(const DibPair *pair, int32_t kind, const Tz3Point *points, int32_t count,
-                                        const Tz3Rect *rect, int32_t inside, int32_t channel, int32_t op,
-                                        int32_t gain, int32_t noDialog, intptr_t dialog1, intptr_t dialog2,
-                                        intptr_t dialog3) {
+extern "C" TZ3_API DibHandle TZ3Outline(const DibPair *pair, int32_t kind, const Tz3Point *points,
+                                        int32_t count, const Tz3Rect *rect, int32_t inside, int32_t channel,
+                                        int32_t op, int32_t gain, int32_t noDialog, intptr_t dialog1,
+                                        intptr_t dialog2, intptr_t dialog3) {
     using namespace tz3;
     return RunExport<DibHandle>(noDialog, dialog1, dialog2, dialog3, [&] {
         OutlineOp outline{channel, op, gain};

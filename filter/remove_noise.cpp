@@ -49,8 +49,8 @@ void BubbleSort(T *v, int32_t n, Key key) {
 // Luma of one pixel: three table entries added in double; the sum is below 255 and truncates
 // without any range to guard.
 inline uint8_t PixelLuma(const LumaTables &t, const uint8_t *bgr) {
-    const double sum =
-        static_cast<double>(t.t[0][bgr[2]]) + static_cast<double>(t.t[1][bgr[1]]) + static_cast<double>(t.t[2][bgr[0]]);
+    const double sum = static_cast<double>(t.t[0][bgr[2]]) + static_cast<double>(t.t[1][bgr[1]]) +
+                       static_cast<double>(t.t[2][bgr[0]]);
     return static_cast<uint8_t>(static_cast<int32_t>(sum));
 }
 
@@ -63,13 +63,13 @@ struct RemoveNoiseOp {
 
     LumaTables luma;
     OwnedBlock scratchBlock;
-    int32_t span = 0;              // box width + 2: columns x0 - 1 .. x1 + 1
-    uint8_t *fetched = nullptr;    // span x channels, one source row as fetched
-    uint8_t *rows = nullptr;       // 3 slots of `planes` planes of span values
+    int32_t span = 0;            // box width + 2: columns x0 - 1 .. x1 + 1
+    uint8_t *fetched = nullptr;  // span x channels, one source row as fetched
+    uint8_t *rows = nullptr;     // 3 slots of `planes` planes of span values
     int32_t rowOf[3] = {-1, -1, -1};
     int32_t planes = 1;
-    uint8_t *results = nullptr;    // `planes` planes of box-width values
-    uint8_t *flags = nullptr;      // box width: the flagged channels of method 1, bit k for channel k
+    uint8_t *results = nullptr;  // `planes` planes of box-width values
+    uint8_t *flags = nullptr;    // box width: the flagged channels of method 1, bit k for channel k
 
     // Low bytes; the threshold is 255 - level, as a byte.
     bool Normalise() {
@@ -112,7 +112,8 @@ struct RemoveNoiseOp {
             for (int32_t i = 0; i < span; ++i) out[i] = PixelLuma(luma, fetched + static_cast<size_t>(i) * 3);
         } else {
             for (int32_t k = 0; k < C; ++k) {
-                for (int32_t i = 0; i < span; ++i) out[k * span + i] = fetched[static_cast<size_t>(i) * C + k];
+                for (int32_t i = 0; i < span; ++i)
+                    out[k * span + i] = fetched[static_cast<size_t>(i) * C + k];
             }
         }
         return out;
@@ -124,25 +125,25 @@ struct RemoveNoiseOp {
     // can keep them in registers and run a row's pixels side by side.
 
     // Method 0 at 8 bits: the median level of each window into plane 0 of results.
-    void MedianLevels(const uint8_t *__restrict lo, const uint8_t *__restrict mid, const uint8_t *__restrict up,
-                      int32_t from, int32_t to) {
+    void MedianLevels(const uint8_t *__restrict lo, const uint8_t *__restrict mid,
+                      const uint8_t *__restrict up, int32_t from, int32_t to) {
         uint8_t *__restrict out = results;
         for (int32_t i = from; i <= to; ++i) {
-            out[i] = MedianOfNine(lo[i], lo[i + 1], lo[i + 2], mid[i], mid[i + 1], mid[i + 2], up[i], up[i + 1],
-                                  up[i + 2]);
+            out[i] = MedianOfNine(lo[i], lo[i + 1], lo[i + 2], mid[i], mid[i + 1], mid[i + 2], up[i],
+                                  up[i + 1], up[i + 2]);
         }
     }
 
     // Method 0 at 16, 24 and 32 bits: the walking position (0..8) of each window's median pixel.
     // The key is luma x 16 + position: distinct keys in the order of the stable sort.
-    void MedianPlaces(const uint8_t *__restrict lo, const uint8_t *__restrict mid, const uint8_t *__restrict up,
-                      int32_t from, int32_t to) {
+    void MedianPlaces(const uint8_t *__restrict lo, const uint8_t *__restrict mid,
+                      const uint8_t *__restrict up, int32_t from, int32_t to) {
         uint8_t *__restrict out = results;
         for (int32_t i = from; i <= to; ++i) {
             const auto key = [](uint8_t l, int16_t place) { return static_cast<int16_t>((l << 4) | place); };
-            const int16_t m = MedianOfNine(key(lo[i], 0), key(lo[i + 1], 1), key(lo[i + 2], 2), key(mid[i], 3),
-                                           key(mid[i + 1], 4), key(mid[i + 2], 5), key(up[i], 6), key(up[i + 1], 7),
-                                           key(up[i + 2], 8));
+            const int16_t m = MedianOfNine(key(lo[i], 0), key(lo[i + 1], 1), key(lo[i + 2], 2),
+                                           key(mid[i], 3), key(mid[i + 1], 4), key(mid[i + 2], 5),
+                                           key(up[i], 6), key(up[i + 1], 7), key(up[i + 2], 8));
             out[i] = static_cast<uint8_t>(m & 15);
         }
     }
@@ -151,7 +152,8 @@ struct RemoveNoiseOp {
     // more than t exactly when the largest lies more than t above the pixel or the smallest more
     // than t below it; the differences are taken from max(hi, own) and min(lo, own) so that they
     // never wrap.
-    void SelectiveChannels(const uint8_t *lo, const uint8_t *mid, const uint8_t *up, int32_t from, int32_t to) {
+    void SelectiveChannels(const uint8_t *lo, const uint8_t *mid, const uint8_t *up, int32_t from,
+                           int32_t to) {
         uint8_t *__restrict flag = flags;
         std::fill(flag + from, flag + to + 1, uint8_t{0});
         const uint8_t t = threshold;
@@ -245,7 +247,8 @@ struct RemoveNoiseOp {
 
     // The source pixel at (x + dx, y + dy), copied whole into pixel x of the clone row.
     template <class Pix>
-    static void CopyPixel(const FilterImage<Pix> &img, int32_t x, int32_t y, int32_t dx, int32_t dy, uint8_t *dstRow) {
+    static void CopyPixel(const FilterImage<Pix> &img, int32_t x, int32_t y, int32_t dx, int32_t dy,
+                          uint8_t *dstRow) {
         const uint8_t *from = img.SrcRow(y + dy) + static_cast<size_t>(x + dx) * Pix::kBytes;
         uint8_t *to = dstRow + static_cast<size_t>(x) * Pix::kBytes;
         to[0] = from[0];
@@ -316,9 +319,9 @@ struct RemoveNoiseOp {
 }  // namespace tz3
 
 extern "C" TZ3_API DibHandle TZ3RemoveNoise(const DibPair *pair, int32_t kind, const Tz3Point *points,
-                                            int32_t count, const Tz3Rect *rect, int32_t inside, int32_t method,
-                                            int32_t level, int32_t noDialog, intptr_t dialog1, intptr_t dialog2,
-                                            intptr_t dialog3) {
+                                            int32_t count, const Tz3Rect *rect, int32_t inside,
+                                            int32_t method, int32_t level, int32_t noDialog, intptr_t dialog1,
+                                            intptr_t dialog2, intptr_t dialog3) {
     using namespace tz3;
     return RunExport<DibHandle>(noDialog, dialog1, dialog2, dialog3, [&] {
         RemoveNoiseOp op{method, level};

@@ -39,8 +39,8 @@ struct ShadeOp {
     // (span + 1) x channels. On a very wide row the prefix may wrap, but a window's sum, the
     // difference of two prefixes, is below 2^32 and comes out exact in unsigned arithmetic.
     uint32_t *prefix = nullptr;
-    uint8_t *rowValues = nullptr; // span x channels, one source row
-    uint8_t *means = nullptr;     // box width x channels
+    uint8_t *rowValues = nullptr;  // span x channels, one source row
+    uint8_t *means = nullptr;      // box width x channels
     CountDivider divider[2 * kMaxRadius + 2];
 
     // The low byte: above 20 is 20, and 0 is 1.
@@ -94,7 +94,8 @@ struct ShadeOp {
         const auto rows = static_cast<uint32_t>(hi - lo);
         for (int32_t k = 0; k < C; ++k) prefix[k] = 0;
         for (int32_t i = 0; i < span * C; ++i) prefix[i + C] = prefix[i] + columns[i];
-        for (int32_t nx = 1; nx <= 2 * r + 1; ++nx) divider[nx] = CountDivider(static_cast<uint32_t>(nx) * rows);
+        for (int32_t nx = 1; nx <= 2 * r + 1; ++nx)
+            divider[nx] = CountDivider(static_cast<uint32_t>(nx) * rows);
 
         // Window columns of pixel x, relative to firstColumn: left .. right.
         const int32_t x0 = img.box.x0, x1 = img.box.x1;
@@ -131,9 +132,10 @@ struct ShadeOp {
 }  // namespace
 }  // namespace tz3
 
-extern "C" TZ3_API DibHandle TZ3Shade(const DibPair *pair, int32_t kind, const Tz3Point *points, int32_t count,
-                                      const Tz3Rect *rect, int32_t inside, int32_t radius, int32_t noDialog,
-                                      intptr_t dialog1, intptr_t dialog2, intptr_t dialog3) {
+extern "C" TZ3_API DibHandle TZ3Shade(const DibPair *pair, int32_t kind, const Tz3Point *points,
+                                      int32_t count, const Tz3Rect *rect, int32_t inside, int32_t radius,
+                                      int32_t noDialog, intptr_t dialog1, intptr_t dialog2,
+                                      intptr_t dialog3) {
     using namespace tz3;
     return RunExport<DibHandle>(noDialog, dialog1, dialog2, dialog3, [&] {
         ShadeOp op{radius};

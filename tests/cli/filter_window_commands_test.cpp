@@ -24,8 +24,8 @@ struct Region {
     const Bytes *mask = nullptr;
 };
 
-using DirectCall = std::function<DibHandle(const DibPair *pair, int32_t kind, const Tz3Point *points, int32_t count,
-                                           const Tz3Rect *rect, int32_t inside)>;
+using DirectCall = std::function<DibHandle(const DibPair *pair, int32_t kind, const Tz3Point *points,
+                                           int32_t count, const Tz3Rect *rect, int32_t inside)>;
 
 // The export called on a copy of `dib` over `region`; the result's bytes, or none on failure.
 Bytes Direct(const Bytes &dib, const Region &region, const DirectCall &call) {
@@ -66,7 +66,8 @@ Bytes GrayImage(uint32_t seed, int width, int height) {
     std::vector<int> levels(256);
     for (int i = 0; i < 256; ++i) levels[i] = i;
     std::shuffle(levels.begin(), levels.end(), rng);
-    for (int i = 0; i < 256; ++i) d[40 + 4 * i] = d[41 + 4 * i] = d[42 + 4 * i] = static_cast<uint8_t>(levels[i]);
+    for (int i = 0; i < 256; ++i)
+        d[40 + 4 * i] = d[41 + 4 * i] = d[42 + 4 * i] = static_cast<uint8_t>(levels[i]);
     for (size_t i = PixelOffset(d); i < d.size(); ++i) d[i] = static_cast<uint8_t>(rng());
     return d;
 }
@@ -130,7 +131,9 @@ class FilterWindowCommands : public ToolTest {
 
 TEST_F(FilterWindowCommands, ShadeMatchesTheDirectCallAtEveryDepth) {
     ExpectEveryDepthMatches("shade",
-                            {{{}, Shade(2)}, {{"--radius", "1"}, Shade(1)}, {{"--radius=20"}, Shade(20)},
+                            {{{}, Shade(2)},
+                             {{"--radius", "1"}, Shade(1)},
+                             {{"--radius=20"}, Shade(20)},
                              {{"--radius", "300"}, Shade(300)}},
                             FilterDepths(900));
 }
@@ -192,8 +195,8 @@ TEST_F(FilterWindowCommands, RegionOptionsReachTheCall) {
     };
     for (const auto &[command, choice] : commands) {
         SCOPED_TRACE(command);
-        for (const auto &[region, options] : {std::pair{&ellipse, ellipseOptions}, {&polygon, polygonOptions},
-                                              {&masked, maskOptions}}) {
+        for (const auto &[region, options] :
+             {std::pair{&ellipse, ellipseOptions}, {&polygon, polygonOptions}, {&masked, maskOptions}}) {
             std::vector<std::string> all = choice.options;
             all.insert(all.end(), options.begin(), options.end());
             const Bytes expected = Direct(dib, *region, choice.call);

@@ -30,8 +30,9 @@ struct MosaicFormat {
     bool is565;
     bool gray;
 };
-const MosaicFormat kMosaicFormats[] = {{1, false, false},  {4, false, false},  {8, false, false}, {8, false, true},
-                                       {16, false, false}, {16, true, false}, {24, false, false}, {32, false, false}};
+const MosaicFormat kMosaicFormats[] = {{1, false, false},  {4, false, false},  {8, false, false},
+                                       {8, false, true},   {16, false, false}, {16, true, false},
+                                       {24, false, false}, {32, false, false}};
 
 Bytes Source(std::mt19937 &rng, MosaicFormat f, int width, int height) {
     if (f.gray) return RandomFilterSource(rng, FilterFormat{8, false}, width, height);
@@ -93,11 +94,14 @@ template <class Value>
 Bytes Blue24(int width, int height, Value value) {
     Bytes d = MakeDibBytes(width, height, 24);
     for (int y = 0; y < height; ++y) {
-        for (int x = 0; x < width; ++x) d[40 + RowBytes(24, width) * y + 3 * x] = static_cast<uint8_t>(value(x, y));
+        for (int x = 0; x < width; ++x)
+            d[40 + RowBytes(24, width) * y + 3 * x] = static_cast<uint8_t>(value(x, y));
     }
     return d;
 }
-int BlueAt(const Bytes &d, int x, int y) { return d[40 + RowBytes(24, ImageWidth(d)) * y + 3 * x]; }
+int BlueAt(const Bytes &d, int x, int y) {
+    return d[40 + RowBytes(24, ImageWidth(d)) * y + 3 * x];
+}
 
 const int32_t kTileArgs[] = {-5, 0, 1, 2, 2, 3, 3, 4, 5, 7, 16, 40, INT_MAX};
 
@@ -119,12 +123,13 @@ TEST(Mosaic, MatchesLiteralTileWalkOnRandomImagesOfEveryDepthAndRegion) {
                 }
                 HandleGuard mask(region.kind == 0 ? ToBlock(region.mask) : nullptr);
                 HandleGuard out(RunOn(Mosaic(tw, th), image.h, mask.h, region));
-                ASSERT_NE(out.h, nullptr) << Name(f) << region.Describe() << ", status " << Tz3GetErrorStatus();
+                ASSERT_NE(out.h, nullptr)
+                    << Name(f) << region.Describe() << ", status " << Tz3GetErrorStatus();
                 EXPECT_EQ(Tz3GetErrorStatus(), 0);
                 const BoxAndSelection r = Resolve(src, region);
                 ASSERT_EQ(FromBlock(out.h), RefMosaic(src, r.box, r.selected, tw, th))
-                    << Name(f) << ", " << width << "x" << height << region.Describe() << ", tiles " << tw << "x"
-                    << th;
+                    << Name(f) << ", " << width << "x" << height << region.Describe() << ", tiles " << tw
+                    << "x" << th;
                 ExpectCallerBlocksUnchanged(image.h, src, mask.h);
             }
         }
@@ -310,7 +315,8 @@ TEST(Mosaic, CancelAtEveryProgressCallLeavesNothingBehind) {
         HandleGuard maskBlock(ToBlock(mask));
         RegionRequest region;
         region.kind = 0;
-        ExpectCancelAtEveryProgressCall(3, [&] { return RunOn(Mosaic(2, 2), image.h, maskBlock.h, region); }, Name(f));
+        ExpectCancelAtEveryProgressCall(
+            3, [&] { return RunOn(Mosaic(2, 2), image.h, maskBlock.h, region); }, Name(f));
         ExpectCallerBlocksUnchanged(image.h, src, maskBlock.h);
     }
 }
@@ -324,7 +330,9 @@ TEST(Mosaic, FailureOfEveryAllocationLeavesNothingBehind) {
         HandleGuard image(ToBlock(src));
         for (int32_t kind : {1, 2, 3}) {
             const DibPair pair{image.h, nullptr};
-            const auto once = [&] { return TZ3Mosaic(&pair, kind, triangle, 3, &ellipse, 1, 3, 2, 1, 0, 0, 0); };
+            const auto once = [&] {
+                return TZ3Mosaic(&pair, kind, triangle, 3, &ellipse, 1, 3, 2, 1, 0, 0, 0);
+            };
             long allocations = 0;
             ASSERT_NO_FATAL_FAILURE(CountAllocations(once, &allocations));
             EXPECT_GE(allocations, 2) << Name(f);

@@ -59,7 +59,9 @@ Bytes Columns24(int width, int height, Value value) {
     return d;
 }
 
-int Blue(const Bytes &d, int x, int y) { return d[40 + RowBytes(24, ImageWidth(d)) * y + 3 * x]; }
+int Blue(const Bytes &d, int x, int y) {
+    return d[40 + RowBytes(24, ImageWidth(d)) * y + 3 * x];
+}
 
 const int32_t kChannelArgs[] = {0, 1, 2, 3, 4, 255, 256, 257, -1};
 const int32_t kOperatorArgs[] = {0, 1, 2, 3, 255, 256, 258, -2};
@@ -88,7 +90,8 @@ TEST(Outline, MatchesLiteralGradientOnLargerImages) {
     for (const FilterFormat f : kFilterFormats) {
         for (int32_t op : {0, 1, 2}) {
             for (int32_t channel : {0, 1, 2, 3}) {
-                const int width = 10 + static_cast<int>(rng() % 40), height = 10 + static_cast<int>(rng() % 40);
+                const int width = 10 + static_cast<int>(rng() % 40),
+                          height = 10 + static_cast<int>(rng() % 40);
                 const Bytes src = RandomFilterSource(rng, f, width, height);
                 const RegionRequest region = RandomRegion(rng, width, height);
                 HandleGuard image(ToBlock(src));
@@ -96,8 +99,9 @@ TEST(Outline, MatchesLiteralGradientOnLargerImages) {
                 const int32_t gain = 1 + static_cast<int32_t>(rng() % 4);
                 HandleGuard out(RunOn(Outline(channel, op, gain), image.h, mask.h, region));
                 ASSERT_NE(out.h, nullptr);
-                ASSERT_EQ(FromBlock(out.h), RefOutline(src, WholeBox(src), FromSelection(SelectionOf(src, region)),
-                                                       channel, op, gain))
+                ASSERT_EQ(FromBlock(out.h),
+                          RefOutline(src, WholeBox(src), FromSelection(SelectionOf(src, region)), channel, op,
+                                     gain))
                     << FormatName(f) << " operator " << op << " channel " << channel << region.Describe();
                 ExpectCallerBlocksUnchanged(image.h, src, mask.h);
             }

@@ -42,7 +42,9 @@ Bytes AsCloned(const Bytes &src) {
     return out;
 }
 
-size_t At24(int width, int x, int y) { return 40 + RowBytes(24, width) * y + 3 * static_cast<size_t>(x); }
+size_t At24(int width, int x, int y) {
+    return 40 + RowBytes(24, width) * y + 3 * static_cast<size_t>(x);
+}
 
 Bytes Flat24(int width, int height, uint8_t v) {
     Bytes d = MakeDibBytes(width, height, 24);
@@ -97,10 +99,12 @@ TEST(RemoveNoise, MatchesPlainSortsOnLargerImagesWithFewValues) {
     for (const FilterFormat f : kFilterFormats) {
         for (int32_t method : {0, 1}) {
             for (int round = 0; round < 3; ++round) {
-                const int width = 10 + static_cast<int>(rng() % 40), height = 10 + static_cast<int>(rng() % 30);
+                const int width = 10 + static_cast<int>(rng() % 40),
+                          height = 10 + static_cast<int>(rng() % 30);
                 Bytes src = RandomFilterSource(rng, f, width, height);
                 if (round == 2) {
-                    for (size_t i = PixelOffset(src); i < src.size(); ++i) src[i] = static_cast<uint8_t>(src[i] & 0xC1);
+                    for (size_t i = PixelOffset(src); i < src.size(); ++i)
+                        src[i] = static_cast<uint8_t>(src[i] & 0xC1);
                 }
                 const RegionRequest region = round == 0 ? RegionRequest{} : RandomRegion(rng, width, height);
                 const int32_t level = static_cast<int32_t>(rng() % 256);
@@ -109,7 +113,8 @@ TEST(RemoveNoise, MatchesPlainSortsOnLargerImagesWithFewValues) {
                 HandleGuard out(RunOn(RemoveNoise(method, level), image.h, mask.h, region));
                 ASSERT_NE(out.h, nullptr);
                 ASSERT_EQ(FromBlock(out.h),
-                          RefRemoveNoise(src, WholeBox(src), FromSelection(SelectionOf(src, region)), method, level))
+                          RefRemoveNoise(src, WholeBox(src), FromSelection(SelectionOf(src, region)), method,
+                                         level))
                     << FormatName(f) << " method " << method << " level " << level << region.Describe();
                 ExpectCallerBlocksUnchanged(image.h, src, mask.h);
             }
@@ -203,7 +208,8 @@ TEST(RemoveNoise, NineEqualLumasTakeTheMiddlePixelItself) {
         for (int b = 0; b < 256 && colours.size() < 9; b += 11) {
             for (int g = 0; g < 256; ++g) {
                 if (RefLuma(r, g, b) == target) {
-                    colours.push_back({static_cast<uint8_t>(b), static_cast<uint8_t>(g), static_cast<uint8_t>(r)});
+                    colours.push_back(
+                        {static_cast<uint8_t>(b), static_cast<uint8_t>(g), static_cast<uint8_t>(r)});
                     break;
                 }
             }

@@ -15,8 +15,8 @@ using namespace tz3test;
 namespace {
 
 FilterCall Shade(int32_t radius) {
-    return [radius](const DibPair *pair, int32_t kind, const Tz3Point *points, int32_t count, const Tz3Rect *rect,
-                    int32_t inside, int32_t noDialog) {
+    return [radius](const DibPair *pair, int32_t kind, const Tz3Point *points, int32_t count,
+                    const Tz3Rect *rect, int32_t inside, int32_t noDialog) {
         return TZ3Shade(pair, kind, points, count, rect, inside, radius, noDialog, 0, 0, 0);
     };
 }
@@ -45,7 +45,9 @@ Bytes Gray24(int width, int height, const std::vector<int> &values) {
     return d;
 }
 
-int BlueAt(const Bytes &d, int x, int y) { return d[40 + RowBytes(24, ImageWidth(d)) * y + 3 * x]; }
+int BlueAt(const Bytes &d, int x, int y) {
+    return d[40 + RowBytes(24, ImageWidth(d)) * y + 3 * x];
+}
 
 const int32_t kRadii[] = {0, 1, 2, 3, 5, 7, 20, 21, 255, 256, 300, 513, -1, -236};
 
@@ -83,7 +85,8 @@ TEST(Shade, RunningSumsMatchWholeWindowSumsOnLargerImagesAtEveryRadius) {
                 ASSERT_NE(out.h, nullptr) << FormatName(f);
                 const Selection selected = SelectionOf(src, region);
                 ASSERT_EQ(FromBlock(out.h), RefShade(src, WholeBox(src), FromSelection(selected), radius))
-                    << FormatName(f) << " " << width << "x" << height << " radius " << radius << region.Describe();
+                    << FormatName(f) << " " << width << "x" << height << " radius " << radius
+                    << region.Describe();
             }
             ExpectCallerBlocksUnchanged(image.h, src);
         }
@@ -147,7 +150,8 @@ TEST(Shade, ImageSmallerThanTheWindowGivesTheMeanOfTheWholeImageEverywhere) {
     }
     for (int y = 0; y < 5; ++y) {
         for (int x = 0; x < 6; ++x) {
-            for (int k = 0; k < 3; ++k) EXPECT_EQ(out[40 + stride * y + 3 * x + k], sum[k] / 30) << x << "," << y;
+            for (int k = 0; k < 3; ++k)
+                EXPECT_EQ(out[40 + stride * y + 3 * x + k], sum[k] / 30) << x << "," << y;
         }
     }
 }

@@ -53,10 +53,12 @@ void PutIndex(Bytes &out, const Image &img, int x, int y, int index) {
     const size_t rowAt = img.at + img.stride * y;
     if (img.bits == 1) {
         const auto bit = static_cast<uint8_t>(0x80 >> (x % 8));
-        out[rowAt + x / 8] = static_cast<uint8_t>(index != 0 ? out[rowAt + x / 8] | bit : out[rowAt + x / 8] & ~bit);
+        out[rowAt + x / 8] =
+            static_cast<uint8_t>(index != 0 ? out[rowAt + x / 8] | bit : out[rowAt + x / 8] & ~bit);
     } else if (img.bits == 4) {
         uint8_t &b = out[rowAt + x / 2];
-        b = x % 2 == 0 ? static_cast<uint8_t>((b & 0x0F) | (index << 4)) : static_cast<uint8_t>((b & 0xF0) | index);
+        b = x % 2 == 0 ? static_cast<uint8_t>((b & 0x0F) | (index << 4))
+                       : static_cast<uint8_t>((b & 0xF0) | index);
     } else {
         out[rowAt + x] = static_cast<uint8_t>(index);
     }
@@ -86,8 +88,12 @@ Bytes Clone(const Bytes &src) {
     return out;
 }
 
-int Channel(const Colour &c, int k) { return k == 0 ? c.r : k == 1 ? c.g : c.b; }
-void SetChannel(Colour &c, int k, int v) { (k == 0 ? c.r : k == 1 ? c.g : c.b) = v; }
+int Channel(const Colour &c, int k) {
+    return k == 0 ? c.r : k == 1 ? c.g : c.b;
+}
+void SetChannel(Colour &c, int k, int v) {
+    (k == 0 ? c.r : k == 1 ? c.g : c.b) = v;
+}
 
 void BubbleSort(int *v, int n) {
     for (int i = 0; i < n - 1; ++i) {
@@ -111,7 +117,9 @@ PixelSelected BoxMaskBits(const RefBox &box, const Bytes &mask) {
     };
 }
 
-RefBox WholeBox(const Bytes &src) { return RefBox{0, 0, ImageWidth(src) - 1, ImageHeight(src) - 1}; }
+RefBox WholeBox(const Bytes &src) {
+    return RefBox{0, 0, ImageWidth(src) - 1, ImageHeight(src) - 1};
+}
 
 int RefLuma(int r, int g, int b) {
     const float wr = std::bit_cast<float>(0x3E991687u);
@@ -150,7 +158,8 @@ Bytes RefShade(const Bytes &src, const RefBox &box, const PixelSelected &selecte
     return out;
 }
 
-Bytes RefMosaic(const Bytes &src, const RefBox &box, const PixelSelected &selected, int32_t tileWidth, int32_t tileHeight) {
+Bytes RefMosaic(const Bytes &src, const RefBox &box, const PixelSelected &selected, int32_t tileWidth,
+                int32_t tileHeight) {
     const long long tw = tileWidth < 1 ? 1 : tileWidth;
     const long long th = tileHeight < 1 ? 1 : tileHeight;
     const Image img(src);
@@ -171,7 +180,8 @@ Bytes RefMosaic(const Bytes &src, const RefBox &box, const PixelSelected &select
             if (img.bits == 1) {
                 long long ones = 0, zeros = 0;
                 for (int y = 0; y < h; ++y) {
-                    for (int x = 0; x < w; ++x) (img.Index(static_cast<int>(tx) + x, static_cast<int>(ty) + y) ? ones : zeros)++;
+                    for (int x = 0; x < w; ++x)
+                        (img.Index(static_cast<int>(tx) + x, static_cast<int>(ty) + y) ? ones : zeros)++;
                 }
                 index = ones > zeros ? 1 : 0;
             } else if (img.bits <= 8) {
@@ -223,9 +233,12 @@ Bytes RefMosaic(const Bytes &src, const RefBox &box, const PixelSelected &select
     return out;
 }
 
-Bytes RefOutline(const Bytes &src, const RefBox &box, const PixelSelected &selected, int32_t channel, int32_t op, int32_t gain) {
-    static const int kA[3][9] = {{0, 0, 0, 0, 1, -1, 0, 0, 0}, {-1, 0, 1, -2, 0, 2, -1, 0, 1}, {0, 0, 0, 0, 1, 0, 0, 0, -1}};
-    static const int kB[3][9] = {{0, 0, 0, 0, 1, 0, 0, -1, 0}, {-1, -2, -1, 0, 0, 0, 1, 2, 1}, {0, 0, 0, 0, 0, 1, 0, -1, 0}};
+Bytes RefOutline(const Bytes &src, const RefBox &box, const PixelSelected &selected, int32_t channel,
+                 int32_t op, int32_t gain) {
+    static const int kA[3][9] = {
+        {0, 0, 0, 0, 1, -1, 0, 0, 0}, {-1, 0, 1, -2, 0, 2, -1, 0, 1}, {0, 0, 0, 0, 1, 0, 0, 0, -1}};
+    static const int kB[3][9] = {
+        {0, 0, 0, 0, 1, 0, 0, -1, 0}, {-1, -2, -1, 0, 0, 0, 1, 2, 1}, {0, 0, 0, 0, 0, 1, 0, -1, 0}};
     const int opByte = static_cast<uint8_t>(op);
     const int which = opByte == 0 ? 0 : opByte == 2 ? 1 : 2;
     int g = static_cast<uint8_t>(gain);
@@ -271,7 +284,8 @@ Bytes RefOutline(const Bytes &src, const RefBox &box, const PixelSelected &selec
                 out[o] = img.toIndex[result];
             } else if (img.bits == 16) {
                 const int p = result * 31 / 255;
-                const int word = img.is565 ? (p << 11) | ((result * 63 / 255) << 5) | p : (p << 10) | (p << 5) | p;
+                const int word =
+                    img.is565 ? (p << 11) | ((result * 63 / 255) << 5) | p : (p << 10) | (p << 5) | p;
                 out[o] = static_cast<uint8_t>(word);
                 out[o + 1] = static_cast<uint8_t>(word >> 8);
             } else {
@@ -282,7 +296,8 @@ Bytes RefOutline(const Bytes &src, const RefBox &box, const PixelSelected &selec
     return out;
 }
 
-Bytes RefRemoveNoise(const Bytes &src, const RefBox &box, const PixelSelected &selected, int32_t method, int32_t level) {
+Bytes RefRemoveNoise(const Bytes &src, const RefBox &box, const PixelSelected &selected, int32_t method,
+                     int32_t level) {
     const int m = static_cast<uint8_t>(method);
     const int t = static_cast<uint8_t>(255 - static_cast<uint8_t>(level));
     const Image img(src);
@@ -300,7 +315,8 @@ Bytes RefRemoveNoise(const Bytes &src, const RefBox &box, const PixelSelected &s
                     int n = 0;
                     for (int wy = y - 1; wy <= y + 1; ++wy) {
                         for (int wx = x - 1; wx <= x + 1; ++wx) {
-                            if (wx < 0 || wy < 0 || wx >= img.w || wy >= img.h || (wx == x && wy == y)) continue;
+                            if (wx < 0 || wy < 0 || wx >= img.w || wy >= img.h || (wx == x && wy == y))
+                                continue;
                             list[n++] = Channel(img.Get(wx, wy), k);
                         }
                     }

@@ -34,8 +34,8 @@ PixelSelected BoxMaskBits(const RefBox &box, const Bytes &mask);
 Bytes RefShade(const Bytes &src, const RefBox &box, const PixelSelected &selected, int32_t radius);
 Bytes RefMosaic(const Bytes &src, const RefBox &box, const PixelSelected &selected, int32_t tileWidth,
                 int32_t tileHeight);
-Bytes RefOutline(const Bytes &src, const RefBox &box, const PixelSelected &selected, int32_t channel, int32_t op,
-                 int32_t gain);
+Bytes RefOutline(const Bytes &src, const RefBox &box, const PixelSelected &selected, int32_t channel,
+                 int32_t op, int32_t gain);
 Bytes RefRemoveNoise(const Bytes &src, const RefBox &box, const PixelSelected &selected, int32_t method,
                      int32_t level);
 
