@@ -92,8 +92,16 @@ struct ShadeOp {
         while (hi < wantHi) MoveRow(img, hi++, true);
         while (lo < wantLo) MoveRow(img, lo++, false);
         const auto rows = static_cast<uint32_t>(hi - lo);
+        // The running totals stay in registers: reading back the prefix just stored would make
+        // every step wait for the one before it through memory.
+        uint32_t run[C] = {};
         for (int32_t k = 0; k < C; ++k) prefix[k] = 0;
-        for (int32_t i = 0; i < span * C; ++i) prefix[i + C] = prefix[i] + columns[i];
+        for (int32_t i = 0; i < span; ++i) {
+            for (int32_t k = 0; k < C; ++k) {
+                run[k] += columns[static_cast<size_t>(i) * C + k];
+                prefix[static_cast<size_t>(i + 1) * C + k] = run[k];
+            }
+        }
         for (int32_t nx = 1; nx <= 2 * r + 1; ++nx)
             divider[nx] = CountDivider(static_cast<uint32_t>(nx) * rows);
 
