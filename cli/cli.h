@@ -111,6 +111,10 @@ int RunCustomFilter(const std::vector<std::string> &args);
 int RunSharp(const std::vector<std::string> &args);
 int RunAntiAlias(const std::vector<std::string> &args);
 int RunEmboss(const std::vector<std::string> &args);
+int RunShade(const std::vector<std::string> &args);
+int RunMosaic(const std::vector<std::string> &args);
+int RunOutline(const std::vector<std::string> &args);
+int RunRemoveNoise(const std::vector<std::string> &args);
 
 // Geometry.
 

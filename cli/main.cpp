@@ -52,6 +52,12 @@ const Command kCommands[] = {
     {"anti-alias", "IN OUT", true, RunAntiAlias, "soften vertical edges: the mean of each pixel and its row neighbours"},
     {"emboss", "IN OUT [--direction N] [--depth N] [--bias N]", true, RunEmboss,
      "relief facing direction N (0..7), depth 1..5, flat areas at the bias level"},
+    {"shade", "IN OUT [--radius N]", true, RunShade, "blur with the mean of a square window of radius N (1..20)"},
+    {"mosaic", "IN OUT [--width W] [--height H]", true, RunMosaic, "paint tiles of W x H pixels with their mean colour"},
+    {"outline", "IN OUT [--channel N] [--operator N] [--gain N]", true, RunOutline,
+     "gradient strength of luma (0) or red, green, blue (1..3) as gray; operator 0, 2 Sobel, else Roberts"},
+    {"remove-noise", "IN OUT [--method N] [--level N]", true, RunRemoveNoise,
+     "3 x 3 median: method 0 plain, 1 selective (the higher the level 0..255, the more pixels)"},
 
     // Geometry.
 

@@ -46,6 +46,16 @@ run anti-alias.png anti-alias "$out/sample.bmp" "$out/anti-alias.png"
 run emboss.png emboss "$out/sample.bmp" "$out/emboss.png" --direction 1 --depth 4 --bias 128
 run emboss-outside-polygon.png emboss "$out/sample.bmp" "$out/emboss-outside-polygon.png" --direction 6 \
   --polygon 320,40,600,440,40,440 --outside
+run shade.png shade "$out/sample.bmp" "$out/shade.png" --radius 4
+run shade-ellipse.png shade "$out/sample.bmp" "$out/shade-ellipse.png" --radius 12 --ellipse 120,80,520,400
+run mosaic.png mosaic "$out/sample.bmp" "$out/mosaic.png" --width 16 --height 16
+run mosaic-polygon.png mosaic "$out/sample.bmp" "$out/mosaic-polygon.png" --width 24 --height 8 \
+  --polygon 320,40,600,440,40,440
+run outline.png outline "$out/sample.bmp" "$out/outline.png" --operator 2 --gain 1
+run outline-green.png outline "$out/sample.bmp" "$out/outline-green.png" --channel 2 --operator 0 --gain 4
+run remove-noise.png remove-noise "$out/sample.bmp" "$out/remove-noise.png" --method 0
+run remove-noise-selective.png remove-noise "$out/sample.bmp" "$out/remove-noise-selective.png" --method 1 \
+  --level 200 --ellipse 80,60,560,420 --outside
 
 # Geometry.
 

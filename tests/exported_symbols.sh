@@ -24,6 +24,7 @@ required=(
 
   # filters
   TZ3CustomFilter TZ3Sharp TZ3AntiAlias TZ3Emboss
+  TZ3Shade TZ3Mosaic TZ3Outline TZ3RemoveNoise
 
   # geometry
 

@@ -1,0 +1,330 @@
+// TZ3RemoveNoise: a 3 x 3 median filter with two methods, over the window cut to the image (9
+// pixels inside it, 6 along an edge, 4 in a corner), walked from the lowest row up and left to
+// right in each row.
+//
+// Method 0, the plain median, takes the entry at position n / 2 of the sorted window, the pixel
+// itself included.
+//   8 gray   the levels sorted; the median level is written as the stored byte itself, not through
+//            the index that holds it. On a ramp in order the two agree; on any other gray table the
+//            index written is the level's number. The selective method stores through the table:
+//            the two methods differ here on purpose and stay so.
+//   16/24/32 a vector median by luma: the window's pixels sorted by luma with a stable sort, so
+//            among equal lumas the walking order stays, and the pixel at position n / 2 copied
+//            whole (the word at 16 bits, no conversion; three bytes at 24 and 32, the fourth stays).
+//            A pixel always takes its colour from one pixel of its window.
+// Method 1, the selective median, leaves the pixel out and takes each channel by itself: the
+// channel is flagged when a neighbour differs from it by more than t = 255 - level, and a flagged
+// channel takes the entry at position n / 2 of its sorted neighbours (4 of 8, 2 of 5, 1 of 3).
+//   8 gray   stored through the table, only when flagged
+//   16       when any channel is flagged all three are packed, the others with the pixel's own
+//            expanded value; when none is the word stays exactly as it was
+//   24/32    only the flagged bytes change
+// Any other method byte returns the plain copy with no progress calls.
+//
+// Inside the image every window is whole, and a row of such pixels runs through fixed comparator
+// networks (filter/small_median.h) in vector registers. A stable sort by luma orders the pixels as
+// the key (luma, walking position) does, and those keys are distinct, so the median of the keys
+// names the pixel the sort puts at position 4. Pixels on the image's edge take the plain sorts.
+#include <algorithm>
+
+#include "filter/filter_skeleton.h"
+#include "filter/small_median.h"
+
+namespace tz3 {
+namespace {
+
+constexpr uint8_t kMethodMedian = 0;
+constexpr uint8_t kMethodSelective = 1;
+
+// Ascending, swapping only on strictly greater: equal keys keep their order.
+template <class T, class Key>
+void BubbleSort(T *v, int32_t n, Key key) {
+    for (int32_t i = 0; i < n - 1; ++i) {
+        for (int32_t j = 0; j < n - 1 - i; ++j) {
+            if (key(v[j]) > key(v[j + 1])) std::swap(v[j], v[j + 1]);
+        }
+    }
+}
+
+// Luma of one pixel: three table entries added in double; the sum is below 255 and truncates
+// without any range to guard.
+inline uint8_t PixelLuma(const LumaTables &t, const uint8_t *bgr) {
+    const double sum = static_cast<double>(t.t[0][bgr[2]]) + static_cast<double>(t.t[1][bgr[1]]) +
+                       static_cast<double>(t.t[2][bgr[0]]);
+    return static_cast<uint8_t>(static_cast<int32_t>(sum));
+}
+
+struct RemoveNoiseOp {
+    static constexpr uint8_t kFormats = kFormatFilters;
+    RemoveNoiseOp(int32_t methodValue, int32_t levelValue) : methodArg(methodValue), levelArg(levelValue) {}
+    int32_t methodArg, levelArg;
+    uint8_t method = 0;
+    uint8_t threshold = 0;
+
+    LumaTables luma;
+    OwnedBlock scratchBlock;
+    int32_t span = 0;            // box width + 2: columns x0 - 1 .. x1 + 1
+    uint8_t *fetched = nullptr;  // span x channels, one source row as fetched
+    uint8_t *rows = nullptr;     // 3 slots of `planes` planes of span values
+    int32_t rowOf[3] = {-1, -1, -1};
+    int32_t planes = 1;
+    uint8_t *results = nullptr;  // `planes` planes of box-width values
+    uint8_t *flags = nullptr;    // box width: the flagged channels of method 1, bit k for channel k
+
+    // Low bytes; the threshold is 255 - level, as a byte.
+    bool Normalise() {
+        method = static_cast<uint8_t>(methodArg);
+        threshold = static_cast<uint8_t>(255 - static_cast<uint8_t>(levelArg));
+        return true;
+    }
+    bool WalksPixels() const { return method == kMethodMedian || method == kMethodSelective; }
+
+    template <class Pix>
+    bool Prepare(const FilterImage<Pix> &img) {
+        constexpr int32_t C = kChannels<Pix>;
+        // The vector median compares lumas: one plane of them. Every other case compares channels.
+        const bool byLuma = method == kMethodMedian && !kIsGray<Pix>;
+        if (byLuma && !BuildLumaTables(luma)) return false;
+        planes = byLuma ? 1 : C;
+        span = img.box.x1 - img.box.x0 + 3;
+        const auto s = static_cast<uint64_t>(span);
+        const auto p = static_cast<uint64_t>(planes);
+        uint8_t *scratch = AllocScratch<uint8_t>(scratchBlock, C * s + 3 * p * s + p * s + s);
+        if (scratch == nullptr) return false;
+        fetched = scratch;
+        rows = fetched + C * s;
+        results = rows + 3 * p * s;
+        flags = results + p * s;
+        return true;
+    }
+
+    // The planes of source row y over columns x0 - 1 .. x1 + 1, columns clamped into the image (the
+    // clamped ones are read only by edge pixels, which do not use these rows).
+    template <class Pix>
+    const uint8_t *Planes(const FilterImage<Pix> &img, int32_t y) {
+        constexpr int32_t C = kChannels<Pix>;
+        const int32_t slot = y % 3;
+        uint8_t *out = rows + static_cast<size_t>(slot) * planes * span;
+        if (rowOf[slot] == y) return out;
+        rowOf[slot] = y;
+        img.FetchRowClamped(y, img.box.x0 - 1, span, fetched);
+        if (planes == 1 && C == 3) {
+            for (int32_t i = 0; i < span; ++i) out[i] = PixelLuma(luma, fetched + static_cast<size_t>(i) * 3);
+        } else {
+            for (int32_t k = 0; k < C; ++k) {
+                for (int32_t i = 0; i < span; ++i)
+                    out[k * span + i] = fetched[static_cast<size_t>(i) * C + k];
+            }
+        }
+        return out;
+    }
+
+    // ---- Pixels whose window is whole: a run of box columns from..to, all inside the image ----
+
+    // The loops below write through local pointers that nothing else reaches, so that the compiler
+    // can keep them in registers and run a row's pixels side by side.
+
+    // Method 0 at 8 bits: the median level of each window into plane 0 of results.
+    void MedianLevels(const uint8_t *__restrict lo, const uint8_t *__restrict mid,
+                      const uint8_t *__restrict up, int32_t from, int32_t to) {
+        uint8_t *__restrict out = results;
+        for (int32_t i = from; i <= to; ++i) {
+            out[i] = MedianOfNine(lo[i], lo[i + 1], lo[i + 2], mid[i], mid[i + 1], mid[i + 2], up[i],
+                                  up[i + 1], up[i + 2]);
+        }
+    }
+
+    // Method 0 at 16, 24 and 32 bits: the walking position (0..8) of each window's median pixel.
+    // The key is luma x 16 + position: distinct keys in the order of the stable sort.
+    void MedianPlaces(const uint8_t *__restrict lo, const uint8_t *__restrict mid,
+                      const uint8_t *__restrict up, int32_t from, int32_t to) {
+        uint8_t *__restrict out = results;
+        for (int32_t i = from; i <= to; ++i) {
+            const auto key = [](uint8_t l, int16_t place) { return static_cast<int16_t>((l << 4) | place); };
+            const int16_t m = MedianOfNine(key(lo[i], 0), key(lo[i + 1], 1), key(lo[i + 2], 2),
+                                           key(mid[i], 3), key(mid[i + 1], 4), key(mid[i + 2], 5),
+                                           key(up[i], 6), key(up[i + 1], 7), key(up[i + 2], 8));
+            out[i] = static_cast<uint8_t>(m & 15);
+        }
+    }
+
+    // Method 1: each channel plane's new value (or its own) and the flags. A neighbour differs by
+    // more than t exactly when the largest lies more than t above the pixel or the smallest more
+    // than t below it; the differences are taken from max(hi, own) and min(lo, own) so that they
+    // never wrap.
+    void SelectiveChannels(const uint8_t *lo, const uint8_t *mid, const uint8_t *up, int32_t from,
+                           int32_t to) {
+        uint8_t *__restrict flag = flags;
+        std::fill(flag + from, flag + to + 1, uint8_t{0});
+        const uint8_t t = threshold;
+        for (int32_t k = 0; k < planes; ++k) {
+            const uint8_t *__restrict a = lo + static_cast<size_t>(k) * span;
+            const uint8_t *__restrict b = mid + static_cast<size_t>(k) * span;
+            const uint8_t *__restrict c = up + static_cast<size_t>(k) * span;
+            uint8_t *__restrict out = results + static_cast<size_t>(k) * span;
+            const auto bit = static_cast<uint8_t>(1 << k);
+            for (int32_t i = from; i <= to; ++i) {
+                const uint8_t own = b[i + 1];
+                const uint8_t n0 = a[i], n1 = a[i + 1], n2 = a[i + 2], n3 = b[i], n4 = b[i + 2], n5 = c[i],
+                              n6 = c[i + 1], n7 = c[i + 2];
+                const uint8_t hi = std::max(std::max(std::max(n0, n1), std::max(n2, n3)),
+                                            std::max(std::max(n4, n5), std::max(n6, n7)));
+                const uint8_t lw = std::min(std::min(std::min(n0, n1), std::min(n2, n3)),
+                                            std::min(std::min(n4, n5), std::min(n6, n7)));
+                const auto above = static_cast<uint8_t>(std::max(hi, own) - own);
+                const auto below = static_cast<uint8_t>(own - std::min(lw, own));
+                const uint8_t mask = std::max(above, below) > t ? 0xFF : 0x00;
+                const uint8_t med = FifthOfEight(n0, n1, n2, n3, n4, n5, n6, n7);
+                out[i] = static_cast<uint8_t>((med & mask) | (own & ~mask));
+                flag[i] = static_cast<uint8_t>(flag[i] | (bit & mask));
+            }
+        }
+    }
+
+    // ---- Pixels on the image's edge: the window cut, the rules as written ----
+
+    template <class Pix>
+    void EdgeMedian(const FilterImage<Pix> &img, int32_t x, int32_t y, uint8_t *dstRow) {
+        constexpr int32_t C = kChannels<Pix>;
+        uint32_t keys[9];
+        int32_t n = 0;
+        for (int32_t wy = y - 1; wy <= y + 1; ++wy) {
+            if (wy < 0 || wy >= img.height) continue;
+            const uint8_t *row = img.SrcRow(wy);
+            for (int32_t wx = x - 1; wx <= x + 1; ++wx) {
+                if (wx < 0 || wx >= img.width) continue;
+                uint8_t ch[C];
+                img.Fetch(row, wx, ch);
+                const uint32_t value = kIsGray<Pix> ? ch[0] : PixelLuma(luma, ch);
+                const auto place = static_cast<uint32_t>((wy - y + 4) * 9 + (wx - x + 4));
+                keys[n++] = value | (place << 8);
+            }
+        }
+        BubbleSort(keys, n, [](uint32_t k) { return k & 0xFF; });
+        const uint32_t chosen = keys[n / 2];
+        if constexpr (kIsGray<Pix>) {
+            // The level itself is the byte written.
+            dstRow[x] = static_cast<uint8_t>(chosen & 0xFF);
+        } else {
+            const auto place = static_cast<int32_t>(chosen >> 8);
+            CopyPixel(img, x, y, place % 9 - 4, place / 9 - 4, dstRow);
+        }
+    }
+
+    template <class Pix>
+    void EdgeSelective(const FilterImage<Pix> &img, int32_t x, int32_t y, uint8_t *dstRow) {
+        constexpr int32_t C = kChannels<Pix>;
+        uint8_t own[C];
+        img.Fetch(img.SrcRow(y), x, own);
+        uint8_t list[C][8];
+        int32_t n = 0;
+        for (int32_t wy = y - 1; wy <= y + 1; ++wy) {
+            if (wy < 0 || wy >= img.height) continue;
+            const uint8_t *row = img.SrcRow(wy);
+            for (int32_t wx = x - 1; wx <= x + 1; ++wx) {
+                if (wx < 0 || wx >= img.width || (wx == x && wy == y)) continue;
+                uint8_t ch[C];
+                img.Fetch(row, wx, ch);
+                for (int32_t k = 0; k < C; ++k) list[k][n] = ch[k];
+                ++n;
+            }
+        }
+        uint8_t next[C];
+        int32_t flagged = 0;
+        for (int32_t k = 0; k < C; ++k) {
+            next[k] = own[k];
+            bool differs = false;
+            for (int32_t i = 0; i < n; ++i) differs = differs || std::abs(list[k][i] - own[k]) > threshold;
+            if (!differs) continue;
+            BubbleSort(list[k], n, [](uint8_t v) { return v; });
+            next[k] = list[k][n / 2];
+            flagged |= 1 << k;
+        }
+        StoreSelective(img, x, flagged, next, dstRow);
+    }
+
+    // ---- Stores ----
+
+    // The source pixel at (x + dx, y + dy), copied whole into pixel x of the clone row.
+    template <class Pix>
+    static void CopyPixel(const FilterImage<Pix> &img, int32_t x, int32_t y, int32_t dx, int32_t dy,
+                          uint8_t *dstRow) {
+        const uint8_t *from = img.SrcRow(y + dy) + static_cast<size_t>(x + dx) * Pix::kBytes;
+        uint8_t *to = dstRow + static_cast<size_t>(x) * Pix::kBytes;
+        to[0] = from[0];
+        to[1] = from[1];
+        if constexpr (Pix::kBytes >= 3) to[2] = from[2];
+    }
+
+    template <class Pix>
+    static void StoreSelective(const FilterImage<Pix> &img, int32_t x, int32_t flagged, const uint8_t *next,
+                               uint8_t *dstRow) {
+        if constexpr (kIs16<Pix>) {
+            // Packing an unflagged word would lose a level: it stays exactly as it was.
+            if (flagged != 0) img.Store(dstRow, x, next);
+        } else if constexpr (kIsGray<Pix>) {
+            if (flagged != 0) img.Store(dstRow, x, next);
+        } else {
+            // An unflagged byte is rewritten with its own value, the byte the copy already holds.
+            img.Store(dstRow, x, next);
+        }
+    }
+
+    template <class Pix>
+    void Row(const FilterImage<Pix> &img, int32_t y) {
+        constexpr int32_t C = kChannels<Pix>;
+        const int32_t x0 = img.box.x0;
+        // Box columns whose window lies wholly inside the image, as indices from x0.
+        int32_t from = std::max(1, x0) - x0;
+        int32_t to = std::min(img.box.x1, img.width - 2) - x0;
+        if (y < 1 || y > img.height - 2) to = from - 1;
+        if (from <= to) {
+            const uint8_t *lo = Planes(img, y - 1);
+            const uint8_t *mid = Planes(img, y);
+            const uint8_t *up = Planes(img, y + 1);
+            if (method == kMethodSelective) {
+                SelectiveChannels(lo, mid, up, from, to);
+            } else if constexpr (kIsGray<Pix>) {
+                MedianLevels(lo, mid, up, from, to);
+            } else {
+                MedianPlaces(lo, mid, up, from, to);
+            }
+        }
+        uint8_t *dstRow = img.DstRow(y);
+        ForEachSelected(img, y, [&](int32_t x) {
+            const int32_t i = x - x0;
+            if (i < from || i > to) {
+                if (method == kMethodSelective) {
+                    EdgeSelective(img, x, y, dstRow);
+                } else {
+                    EdgeMedian(img, x, y, dstRow);
+                }
+                return;
+            }
+            if (method == kMethodSelective) {
+                uint8_t next[C];
+                for (int32_t k = 0; k < C; ++k) next[k] = results[static_cast<size_t>(k) * span + i];
+                StoreSelective(img, x, flags[i], next, dstRow);
+            } else if constexpr (kIsGray<Pix>) {
+                dstRow[x] = results[i];
+            } else {
+                const int32_t place = results[i];
+                CopyPixel(img, x, y, place % 3 - 1, place / 3 - 1, dstRow);
+            }
+        });
+    }
+};
+
+}  // namespace
+}  // namespace tz3
+
+extern "C" TZ3_API DibHandle TZ3RemoveNoise(const DibPair *pair, int32_t kind, const Tz3Point *points,
+                                            int32_t count, const Tz3Rect *rect, int32_t inside,
+                                            int32_t method, int32_t level, int32_t noDialog, intptr_t dialog1,
+                                            intptr_t dialog2, intptr_t dialog3) {
+    using namespace tz3;
+    return RunExport<DibHandle>(noDialog, dialog1, dialog2, dialog3, [&] {
+        RemoveNoiseOp op{method, level};
+        return FilterDispatcher(UnpackRegion(pair, kind, points, count, rect, inside), op, noDialog);
+    });
+}
