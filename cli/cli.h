@@ -108,6 +108,8 @@ int RunSetGray(const std::vector<std::string> &args);
 // Neighbourhood filters.
 
 // Geometry.
+int RunRotation(const std::vector<std::string> &args);
+int RunAffine(const std::vector<std::string> &args);
 
 // Selection, new images and compositing.
 

@@ -46,6 +46,12 @@ const Command kCommands[] = {
     // Neighbourhood filters.
 
     // Geometry.
+    {"rotation",
+     "IN OUT --angle N [--flip-h] [--flip-v] [--interpolate] [--background R,G,B] [--keep-size] "
+     "[--mask FILE] [--mask-out FILE]",
+     false, RunRotation, "turn by N hundredths of a degree about the centre, optionally mirrored first"},
+    {"affine", "IN OUT --points X,Y,X,Y,X,Y,X,Y", false, RunAffine,
+     "straighten the quadrilateral through four points into a rectangle"},
 
     // Selection, new images and compositing.
 

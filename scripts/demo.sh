@@ -35,6 +35,12 @@ run set-gray.png set-gray "$out/sample.bmp" "$out/set-gray.png"
 # Neighbourhood filters.
 
 # Geometry.
+run rotation-30.png rotation "$out/sample.bmp" "$out/rotation-30.png" --angle 3000 --interpolate \
+  --background 32,32,96
+run rotation-90.png rotation "$out/sample.bmp" "$out/rotation-90.png" --angle 9000
+run rotation-keep-size.png rotation "$out/sample.bmp" "$out/rotation-keep-size.png" --angle -4500 --keep-size \
+  --flip-h
+run affine.png affine "$out/sample.bmp" "$out/affine.png" --points 60,40,600,20,620,460,30,430
 
 # Selection, new images and compositing.
 

@@ -24,6 +24,7 @@ required=(
   # filters
 
   # geometry
+  TZ3Rotation TZ3RotationEx TZ3Affine
 
   # selection, new images and compositing
 
