@@ -271,10 +271,10 @@ ImagePair ReferenceRotation(const std::vector<uint8_t> &src, const std::vector<u
             }
             const int ncol = sx > 0 ? col + 1 : col - 1;
             const bool hasCol = sx > 0 ? col < W - 1 : col > 0;
-            const float dx = sx > 0 ? static_cast<float>(sx - F) : static_cast<float>(F - sx);
+            const float dx = sx > 0 ? static_cast<float>(static_cast<double>(sx) - F) : static_cast<float>(F - static_cast<double>(sx));
             const int nrow = sy > 0 ? row + 1 : row - 1;
             const bool hasRow = sy > 0 ? row < H - 1 : row > 0;
-            const float dy = sy > 0 ? static_cast<float>(sy - G) : static_cast<float>(G - sy);
+            const float dy = sy > 0 ? static_cast<float>(static_cast<double>(sy) - G) : static_cast<float>(G - static_cast<double>(sy));
             if (bits == 8) {
                 // Gray levels: the blue of each entry, and back to the entry holding the level.
                 const auto level = [&](int cc, int rr) { return static_cast<int>(img[40 + 4 * RawPixel(img, cc, rr)]); };
