@@ -203,7 +203,8 @@ DibHandle AffineDib(DibHandle image, const Point (&given)[4], int32_t noDialog) 
     if (!OpenDib(image, kFormatAll, opened)) return nullptr;
     const uint8_t *src = opened.dib;
     AffineWork wk{};
-    wk.redMask = opened.redMask;
+    // A 16-bit image accepted without channel masks is read as 5-5-5.
+    wk.redMask = opened.redMask != 0 ? opened.redMask : kRed555Mask;
     wk.greenMask = opened.greenMask;
     wk.blueMask = opened.blueMask;
 

@@ -337,7 +337,8 @@ DibPair RotateDib(DibHandle image, DibHandle mask, int32_t angle, int32_t flipHo
         }
     }
     const uint8_t *dib = imageLock.bytes();
-    uint32_t redMask = 0, greenMask = 0, blueMask = 0;
+    // A 16-bit image accepted without channel masks is read as 5-5-5.
+    uint32_t redMask = kRed555Mask, greenMask = 0, blueMask = 0;
     if (!CheckDibBlock(dib, imageLock.size())) return DibPair{};
     if (!CheckDibFormat(dib, kFormatAll, &redMask, &greenMask, &blueMask)) return DibPair{};
     const uint8_t *maskDib = maskLock.bytes();
