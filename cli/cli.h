@@ -117,6 +117,8 @@ int RunOutline(const std::vector<std::string> &args);
 int RunRemoveNoise(const std::vector<std::string> &args);
 
 // Geometry.
+int RunRotation(const std::vector<std::string> &args);
+int RunAffine(const std::vector<std::string> &args);
 
 // Selection, new images and compositing.
 int RunSelectImage(const std::vector<std::string> &args);

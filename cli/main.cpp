@@ -60,6 +60,12 @@ const Command kCommands[] = {
      "3 x 3 median: method 0 plain, 1 selective (the higher the level 0..255, the more pixels)"},
 
     // Geometry.
+    {"rotation",
+     "IN OUT --angle N [--flip-h] [--flip-v] [--interpolate] [--background R,G,B] [--keep-size] "
+     "[--mask FILE] [--mask-out FILE]",
+     false, RunRotation, "turn by N hundredths of a degree about the centre, optionally mirrored first"},
+    {"affine", "IN OUT --points X,Y,X,Y,X,Y,X,Y", false, RunAffine,
+     "straighten the quadrilateral through four points into a rectangle"},
 
     // Selection, new images and compositing.
     {"select-image", "IN OUT [--fill R,G,B] [--polygon X,Y,X,Y,... | --ellipse L,T,R,B] [--outside] [--mask-out FILE]",

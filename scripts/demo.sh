@@ -58,6 +58,12 @@ run remove-noise-selective.png remove-noise "$out/sample.bmp" "$out/remove-noise
   --level 200 --ellipse 80,60,560,420 --outside
 
 # Geometry.
+run rotation-30.png rotation "$out/sample.bmp" "$out/rotation-30.png" --angle 3000 --interpolate \
+  --background 32,32,96
+run rotation-90.png rotation "$out/sample.bmp" "$out/rotation-90.png" --angle 9000
+run rotation-keep-size.png rotation "$out/sample.bmp" "$out/rotation-keep-size.png" --angle -4500 --keep-size \
+  --flip-h
+run affine.png affine "$out/sample.bmp" "$out/affine.png" --points 60,40,600,20,620,460,30,430
 
 # Selection, new images and compositing.
 run select-ellipse.png select-image "$out/sample.bmp" "$out/select-ellipse.png" --ellipse 120,80,520,400 \

@@ -27,6 +27,7 @@ required=(
   TZ3Shade TZ3Mosaic TZ3Outline TZ3RemoveNoise
 
   # geometry
+  TZ3Rotation TZ3RotationEx TZ3Affine
 
   # selection, new images and compositing
   TZ3SelectImage TZ3SelectImageEx TZ3AutoSelectImage TZ3AutoSelectImageEx TZ3CreateImage TZ3CopyImage
