@@ -121,16 +121,6 @@ RefBox WholeBox(const Bytes &src) {
     return RefBox{0, 0, ImageWidth(src) - 1, ImageHeight(src) - 1};
 }
 
-int RefLuma(int r, int g, int b) {
-    const float wr = std::bit_cast<float>(0x3E991687u);
-    const float wg = std::bit_cast<float>(0x3F1645A2u);
-    const float wb = std::bit_cast<float>(0x3DE978D5u);
-    const float lr = static_cast<float>(r) * wr;
-    const float lg = static_cast<float>(g) * wg;
-    const float lb = static_cast<float>(b) * wb;
-    return static_cast<int>(static_cast<double>(lr) + static_cast<double>(lg) + static_cast<double>(lb));
-}
-
 Bytes RefShade(const Bytes &src, const RefBox &box, const PixelSelected &selected, int32_t radius) {
     int r = static_cast<uint8_t>(radius);
     if (r > 20) r = 20;

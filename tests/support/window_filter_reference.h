@@ -8,6 +8,7 @@
 #include <functional>
 #include <vector>
 
+#include "support/filter_kernel_reference.h"
 #include "support/test_images.h"
 
 namespace tz3test {
@@ -38,8 +39,5 @@ Bytes RefOutline(const Bytes &src, const RefBox &box, const PixelSelected &selec
                  int32_t op, int32_t gain);
 Bytes RefRemoveNoise(const Bytes &src, const RefBox &box, const PixelSelected &selected, int32_t method,
                      int32_t level);
-
-// Luma of a colour: the three float table entries added in double, truncated.
-int RefLuma(int r, int g, int b);
 
 }  // namespace tz3test
