@@ -1,0 +1,530 @@
+// TZ3Resize, TZ3ResizeEx and the core ResizeDib.
+//
+// The walk runs forward over the source: it cuts the source into runs of columns and runs of rows,
+// each mapping to one target span, and paints one target tile per source block. Scales are
+// single precision, sx = W' / W and sy = H' / H; a source coordinate i maps to
+// T(i) = trunc(float(i) * s + 0.5) in double. At a scale of at least 1 a run is one coordinate
+// spanning T(i) .. min(T(i + 1), N); below 1 a run grows until T changes or reaches N. A span is at
+// least one long, and a write happens only inside the new image.
+//
+//   format          replication (interpolate 0)   averaging and spreading (interpolate non-zero)
+//   1, 4            bits / nibbles OR-ed           never: replicates
+//   8               raw index                      only with a full gray palette, levels through
+//                                                  the gray level map; otherwise replicates
+//   16              raw word                       expand, average, pack (lossy)
+//   24              three bytes                    three channels; halfProgress ends at 50
+//   32              whole word, fourth byte too    three channels; the fourth byte stays 0
+//
+// Averaging: when both scales reach 1 each block is one pixel and the tile spreads bilinearly
+// between it and its right, upper and upper-right neighbours (the last column and row stay flat).
+// When a scale is below 1 the block's mean takes their place, and the neighbours become means of the
+// next column or row where the block is one wide; when both scales are below 1 the tile is the one
+// pixel of the mean. The mask bit of a block's first pixel is OR-ed into every pixel it paints.
+#include "geometry/resize.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "frame/arith.h"
+#include "frame/call.h"
+#include "frame/colour_tables.h"
+#include "frame/pixel.h"
+
+namespace tz3 {
+namespace {
+
+// T(i): the coordinate is rounded to single precision first, the product and the sum are double.
+inline int32_t MapCoord(int64_t i, float scale) {
+    return TruncToInt32(static_cast<double>(static_cast<float>(i)) * static_cast<double>(scale) + 0.5);
+}
+
+// A run of source coordinates and the target span it paints.
+struct Run {
+    int32_t first;   // first source coordinate
+    int32_t count;   // source coordinates in the run
+    int32_t target;  // first target coordinate
+    int32_t span;    // target length, at least 1
+};
+
+Run NextRun(int64_t i, float scale, int32_t targetSize) {
+    Run run{static_cast<int32_t>(i), 1, MapCoord(i, scale), 1};
+    int64_t end;
+    if (scale >= 1.0f) {
+        end = std::min(MapCoord(i + 1, scale), targetSize);
+    } else {
+        // The run may reach past the source's last coordinate; the block's reads stop at the edge.
+        int64_t n = 1;
+        int32_t next = MapCoord(i + n, scale);
+        while (next == run.target && next < targetSize) next = MapCoord(i + ++n, scale);
+        run.count = static_cast<int32_t>(std::min<int64_t>(n, INT32_MAX));
+        end = next;
+    }
+    run.span = static_cast<int32_t>(std::max<int64_t>(end - run.target, 1));
+    return run;
+}
+
+// ---- Pixel formats ----
+// kChannels is 0 for the formats that only replicate. Fetch gives a pixel's channel values, Store
+// writes them back; ReadRaw / WriteRaw move a pixel's stored value untouched.
+
+template <int Bits>
+uint32_t ReadRaw(const uint8_t *row, int32_t x) {
+    if constexpr (Bits == 1) return (row[x >> 3] >> (7 - (x & 7))) & 1u;
+    if constexpr (Bits == 4) return (x & 1) ? (row[x >> 1] & 15u) : (row[x >> 1] >> 4);
+    if constexpr (Bits == 8) return row[x];
+    if constexpr (Bits == 16) return ReadU16(row + 2 * static_cast<size_t>(x));
+    if constexpr (Bits == 24) {
+        const uint8_t *p = row + 3 * static_cast<size_t>(x);
+        return p[0] | (static_cast<uint32_t>(p[1]) << 8) | (static_cast<uint32_t>(p[2]) << 16);
+    }
+    if constexpr (Bits == 32) return ReadU32(row + 4 * static_cast<size_t>(x));
+}
+
+// Bits and nibbles are OR-ed into the zeroed row; whole pixels are stored.
+template <int Bits>
+void WriteRaw(uint8_t *row, int32_t x, uint32_t v) {
+    if constexpr (Bits == 1) row[x >> 3] = static_cast<uint8_t>(row[x >> 3] | (v << (7 - (x & 7))));
+    if constexpr (Bits == 4) row[x >> 1] = static_cast<uint8_t>(row[x >> 1] | ((x & 1) ? v : v << 4));
+    if constexpr (Bits == 8) row[x] = static_cast<uint8_t>(v);
+    if constexpr (Bits == 16) WriteU16(row + 2 * static_cast<size_t>(x), static_cast<uint16_t>(v));
+    if constexpr (Bits == 24) {
+        uint8_t *p = row + 3 * static_cast<size_t>(x);
+        p[0] = static_cast<uint8_t>(v);
+        p[1] = static_cast<uint8_t>(v >> 8);
+        p[2] = static_cast<uint8_t>(v >> 16);
+    }
+    if constexpr (Bits == 32) WriteU32(row + 4 * static_cast<size_t>(x), v);
+}
+
+struct Resize1 {
+    static constexpr int kBits = 1;
+    static constexpr int kChannels = 0;
+};
+
+struct Resize4 {
+    static constexpr int kBits = 4;
+    static constexpr int kChannels = 0;
+};
+
+// An 8-bit gray image averages levels, not indices: the map takes an index to its level and back.
+struct Resize8 {
+    static constexpr int kBits = 8;
+    static constexpr int kChannels = 1;
+    const uint8_t *toLevel;
+    const uint8_t *toIndex;
+    void Fetch(const uint8_t *row, int32_t x, int32_t *c) const { c[0] = toLevel[row[x]]; }
+    void Store(uint8_t *row, int32_t x, const int32_t *c) const { row[x] = toIndex[c[0]]; }
+};
+
+template <bool Is565>
+struct Resize16 {
+    static constexpr int kBits = 16;
+    static constexpr int kChannels = 3;
+    void Fetch(const uint8_t *row, int32_t x, int32_t *c) const {
+        const Rgb v = ChannelExpand16(ReadU16(row + 2 * static_cast<size_t>(x)), Is565);
+        c[0] = v.b;
+        c[1] = v.g;
+        c[2] = v.r;
+    }
+    void Store(uint8_t *row, int32_t x, const int32_t *c) const {
+        const Rgb v{static_cast<uint8_t>(c[2]), static_cast<uint8_t>(c[1]), static_cast<uint8_t>(c[0])};
+        WriteU16(row + 2 * static_cast<size_t>(x), ChannelPack16(v, Is565));
+    }
+};
+
+// 24 and 32 bits average blue, green and red; a 32-bit pixel's fourth byte is not written, so it
+// stays the 0 of the new image (replication, in contrast, copies the whole word).
+template <int Bits>
+struct ResizeBytes {
+    static constexpr int kBits = Bits;
+    static constexpr int kChannels = 3;
+    static constexpr size_t kStep = Bits / 8;
+    void Fetch(const uint8_t *row, int32_t x, int32_t *c) const {
+        const uint8_t *p = row + kStep * static_cast<size_t>(x);
+        c[0] = p[0];
+        c[1] = p[1];
+        c[2] = p[2];
+    }
+    void Store(uint8_t *row, int32_t x, const int32_t *c) const {
+        uint8_t *p = row + kStep * static_cast<size_t>(x);
+        p[0] = static_cast<uint8_t>(c[0]);
+        p[1] = static_cast<uint8_t>(c[1]);
+        p[2] = static_cast<uint8_t>(c[2]);
+    }
+};
+
+// ---- The walk ----
+
+struct ResizeJob {
+    const uint8_t *src;
+    const uint8_t *srcMask;  // null without a mask
+    int32_t newWidth, newHeight;
+    bool average;
+    int32_t noDialog;
+    int32_t percentHigh;
+};
+
+// A column run with the four corner values of its current block, per channel.
+struct ColumnRun {
+    Run run;
+    int32_t c00[3], c10[3], c01[3], c11[3];
+};
+
+// mean + 0.5, truncated: the sum is rounded to single precision and divided by the count as a
+// single-precision number; a count of 0 reads as 1.
+inline int32_t MeanOf(int64_t sum, int32_t count) {
+    const float quotient = static_cast<float>(sum) / static_cast<float>(count == 0 ? 1 : count);
+    return TruncToInt32(static_cast<double>(quotient) + 0.5);
+}
+
+// Sets columns x0..x1 (inclusive) of a 1-bit row.
+void OrBits(uint8_t *row, int32_t x0, int32_t x1) {
+    int32_t x = x0;
+    for (; x <= x1 && (x & 7) != 0; ++x) row[x >> 3] = static_cast<uint8_t>(row[x >> 3] | (0x80u >> (x & 7)));
+    for (; x + 7 <= x1; x += 8) row[x >> 3] = 0xFF;
+    for (; x <= x1; ++x) row[x >> 3] = static_cast<uint8_t>(row[x >> 3] | (0x80u >> (x & 7)));
+}
+
+// The spread value lies in 0.5 .. 255.5 (a convex mix of levels plus 0.5); the clamp to 255 keeps a
+// sum that rounds just past the top a byte.
+inline int32_t SpreadLevel(double v) { return std::min(static_cast<int32_t>(v), 255); }
+
+template <class Fmt>
+class ResizeWalk {
+public:
+    ResizeWalk(const ResizeJob &job, const Fmt &fmt, uint8_t *dst, uint8_t *dstMask, ColumnRun *columns,
+               int32_t columnCount)
+        : job_(job), fmt_(fmt), dst_(dst), dstMask_(dstMask), columns_(columns), columnCount_(columnCount) {}
+
+    // Walks every row run; false with status 1 when cancelled.
+    bool WalkRows(float sx, float sy) {
+        const bool reduceX = !(sx >= 1.0f);
+        const bool reduceY = !(sy >= 1.0f);
+        for (int64_t y = 0; y < height_;) {
+            const Run rows = NextRun(y, sy, job_.newHeight);
+            if (rows.target < job_.newHeight) {
+                if constexpr (Fmt::kChannels > 0) {
+                    if (job_.average) {
+                        Average(rows, reduceX, reduceY);
+                    } else {
+                        Replicate(rows);
+                    }
+                } else {
+                    Replicate(rows);
+                }
+            }
+            if (PercentProgress(rows.first, height_ - 1, 0, job_.percentHigh, job_.noDialog) == 0) {
+                SetErrorStatus(TZ3_CANCELLED);
+                return false;
+            }
+            y += rows.count;
+        }
+        return true;
+    }
+
+private:
+    const uint8_t *SrcRow(int32_t y) const { return srcBits_ + srcStride_ * static_cast<size_t>(y); }
+    uint8_t *DstRow(int32_t y) const { return DibBits(dst_) + dstStride_ * static_cast<size_t>(y); }
+    uint8_t *MaskRow(int32_t y) const { return DibBits(dstMask_) + maskStride_ * static_cast<size_t>(y); }
+    bool SrcMaskBit(int32_t x, int32_t y) const {
+        return job_.srcMask != nullptr && MaskBitSet(srcMaskBits_ + srcMaskStride_ * static_cast<size_t>(y), x);
+    }
+    // Columns of the run's span that lie inside the new image, as [first, end).
+    int32_t SpanEnd(const Run &run, int32_t limit) const {
+        return static_cast<int32_t>(std::min<int64_t>(int64_t{run.target} + run.span, limit));
+    }
+
+    // The mask bit of each block's first pixel, OR-ed into the painted part of its tile in row ty.
+    void PaintMaskRow(int32_t y, int32_t ty) const {
+        if (dstMask_ == nullptr) return;
+        uint8_t *row = MaskRow(ty);
+        for (int32_t k = 0; k < columnCount_; ++k) {
+            const Run &c = columns_[k].run;
+            if (c.target >= job_.newWidth) break;
+            if (SrcMaskBit(c.first, y)) OrBits(row, c.target, SpanEnd(c, job_.newWidth) - 1);
+        }
+    }
+
+    void Replicate(const Run &rows) {
+        const int32_t y = rows.first;
+        const uint8_t *srcRow = SrcRow(y);
+        const int32_t rowEnd = SpanEnd(rows, job_.newHeight);
+        for (int32_t ty = rows.target; ty < rowEnd; ++ty) {
+            uint8_t *dstRow = DstRow(ty);
+            if (Fmt::kBits >= 8 && ty > rows.target) {
+                // Every row of a replicated tile holds the same pixels.
+                std::memcpy(dstRow, DstRow(rows.target), dstStride_);
+            } else {
+                for (int32_t k = 0; k < columnCount_; ++k) {
+                    const Run &c = columns_[k].run;
+                    if (c.target >= job_.newWidth) break;
+                    const uint32_t v = ReadRaw<Fmt::kBits>(srcRow, c.first);
+                    const int32_t end = SpanEnd(c, job_.newWidth);
+                    for (int32_t tx = c.target; tx < end; ++tx) WriteRaw<Fmt::kBits>(dstRow, tx, v);
+                }
+            }
+            PaintMaskRow(y, ty);
+        }
+    }
+
+    // Channel sums of columns x .. x + nx - 1 of rows y .. y + ny - 1 that lie inside the source.
+    int32_t SumBlock(int32_t x, int32_t nx, int32_t y, int32_t ny, int64_t *sum) const {
+        const int32_t xEnd = static_cast<int32_t>(std::min<int64_t>(int64_t{x} + nx, width_));
+        const int32_t yEnd = static_cast<int32_t>(std::min<int64_t>(int64_t{y} + ny, height_));
+        for (int ch = 0; ch < Fmt::kChannels; ++ch) sum[ch] = 0;
+        int32_t c[3];
+        for (int32_t yy = y; yy < yEnd; ++yy) {
+            const uint8_t *row = SrcRow(yy);
+            for (int32_t xx = x; xx < xEnd; ++xx) {
+                fmt_.Fetch(row, xx, c);
+                for (int ch = 0; ch < Fmt::kChannels; ++ch) sum[ch] += c[ch];
+            }
+        }
+        return (xEnd - x) * (yEnd - y);
+    }
+    void Mean(int32_t x, int32_t nx, int32_t y, int32_t ny, int32_t *out) const {
+        int64_t sum[3];
+        const int32_t count = SumBlock(x, nx, y, ny, sum);
+        for (int ch = 0; ch < Fmt::kChannels; ++ch) out[ch] = MeanOf(sum[ch], count);
+    }
+    void Pixel(int32_t x, int32_t y, int32_t *out) const { fmt_.Fetch(SrcRow(y), x, out); }
+    static void Copy(const int32_t *from, int32_t *to) {
+        for (int ch = 0; ch < Fmt::kChannels; ++ch) to[ch] = from[ch];
+    }
+
+    // The four corners of the block of column run k in the row run starting at y.
+    void Corners(ColumnRun &col, int32_t y, int32_t ny, bool reduceX, bool reduceY) const {
+        const int32_t x = col.run.first;
+        const int32_t nx = col.run.count;
+        const bool lastX = x >= width_ - 1;
+        const bool lastY = y >= height_ - 1;
+        if (!reduceX && !reduceY) {
+            // The upper-right corner falls back to the block itself, not to an edge neighbour.
+            Pixel(x, y, col.c00);
+            if (lastX) Copy(col.c00, col.c10); else Pixel(x + 1, y, col.c10);
+            if (lastY) Copy(col.c00, col.c01); else Pixel(x, y + 1, col.c01);
+            if (lastX || lastY) Copy(col.c00, col.c11); else Pixel(x + 1, y + 1, col.c11);
+            return;
+        }
+        Mean(x, nx, y, ny, col.c00);
+        if (nx >= 2) {
+            Copy(col.c00, col.c10);
+        } else if (lastX) {
+            Pixel(x, y, col.c10);
+        } else if (ny == 1) {
+            Pixel(x + 1, y, col.c10);
+        } else {
+            Mean(x + 1, 1, y, ny, col.c10);
+        }
+        if (ny >= 2) {
+            Copy(col.c00, col.c01);
+        } else if (lastY) {
+            Pixel(x, y, col.c01);
+        } else if (nx == 1) {
+            Pixel(x, y + 1, col.c01);
+        } else {
+            Mean(x, nx, y + 1, 1, col.c01);
+        }
+        if (nx >= 2 && ny >= 2) {
+            Copy(col.c00, col.c11);
+        } else if (nx == 1 && ny >= 2) {
+            Copy(col.c10, col.c11);
+        } else if (nx >= 2) {
+            Copy(col.c01, col.c11);
+        } else if (!lastX && !lastY) {
+            Pixel(x + 1, y + 1, col.c11);
+        } else if (!lastY) {
+            Pixel(x, y + 1, col.c11);
+        } else if (!lastX) {
+            Pixel(x + 1, y, col.c11);
+        } else {
+            Pixel(x, y, col.c11);
+        }
+    }
+
+    void Average(const Run &rows, bool reduceX, bool reduceY) {
+        const int32_t y = rows.first;
+        if (reduceX && reduceY) {
+            // One pixel per block, its mean; the tile's size plays no part.
+            uint8_t *dstRow = DstRow(rows.target);
+            int32_t mean[3];
+            for (int32_t k = 0; k < columnCount_; ++k) {
+                const Run &c = columns_[k].run;
+                if (c.target >= job_.newWidth) break;
+                Mean(c.first, c.count, y, rows.count, mean);
+                fmt_.Store(dstRow, c.target, mean);
+                if (SrcMaskBit(c.first, y)) OrBits(MaskRow(rows.target), c.target, c.target);
+            }
+            return;
+        }
+        for (int32_t k = 0; k < columnCount_; ++k) {
+            if (columns_[k].run.target >= job_.newWidth) break;
+            Corners(columns_[k], y, rows.count, reduceX, reduceY);
+        }
+        const int32_t rowEnd = SpanEnd(rows, job_.newHeight);
+        const double rowStep = 1.0 / rows.span;
+        for (int32_t ty = rows.target; ty < rowEnd; ++ty) {
+            // Weights run from 0 up to (n - 1) / n: 1 / n in double, its multiple rounded to single.
+            const float fy = static_cast<float>(rowStep * (ty - rows.target));
+            const double wy1 = fy;
+            const double wy0 = 1.0 - wy1;
+            uint8_t *dstRow = DstRow(ty);
+            for (int32_t k = 0; k < columnCount_; ++k) {
+                const ColumnRun &col = columns_[k];
+                const Run &c = col.run;
+                if (c.target >= job_.newWidth) break;
+                const int32_t end = SpanEnd(c, job_.newWidth);
+                const double colStep = 1.0 / c.span;
+                double c00[3], c10[3], c01[3], c11[3];
+                for (int ch = 0; ch < Fmt::kChannels; ++ch) {
+                    c00[ch] = col.c00[ch];
+                    c10[ch] = col.c10[ch];
+                    c01[ch] = col.c01[ch];
+                    c11[ch] = col.c11[ch];
+                }
+                int32_t out[3];
+                for (int32_t tx = c.target; tx < end; ++tx) {
+                    const float fx = static_cast<float>(colStep * (tx - c.target));
+                    const double wx1 = fx;
+                    const double wx0 = 1.0 - wx1;
+                    for (int ch = 0; ch < Fmt::kChannels; ++ch) {
+                        out[ch] = SpreadLevel(((c00[ch] * wx0 + c10[ch] * wx1) * wy0) +
+                                              ((c01[ch] * wx0 + c11[ch] * wx1) * wy1) + 0.5);
+                    }
+                    fmt_.Store(dstRow, tx, out);
+                }
+            }
+            PaintMaskRow(y, ty);
+        }
+    }
+
+    const ResizeJob &job_;
+    const Fmt &fmt_;
+    uint8_t *dst_;
+    uint8_t *dstMask_;
+    ColumnRun *columns_;
+    int32_t columnCount_;
+    const int32_t width_ = DibWidth(job_.src);
+    const int32_t height_ = DibHeight(job_.src);
+    const uint8_t *srcBits_ = DibBits(job_.src);
+    const size_t srcStride_ = static_cast<uint32_t>(DibRowBytes(job_.src));
+    const size_t dstStride_ = static_cast<uint32_t>(DibRowBytes(dst_));
+    const uint8_t *srcMaskBits_ = job_.srcMask != nullptr ? DibBits(job_.srcMask) : nullptr;
+    const size_t srcMaskStride_ = job_.srcMask != nullptr ? static_cast<uint32_t>(DibRowBytes(job_.srcMask)) : 0;
+    const size_t maskStride_ = dstMask_ != nullptr ? static_cast<uint32_t>(DibRowBytes(dstMask_)) : 0;
+};
+
+// A new image with the header and table of `of` at the new size, rows zero; locked.
+OwnedBlock NewImageOf(const uint8_t *of, int32_t width, int32_t height) {
+    DibHandle clone = CloneDib(of, width, height, 0);
+    if (clone == nullptr) return OwnedBlock();
+    OwnedBlock owned(clone);
+    if (!owned) SetErrorStatus(TZ3_NO_MEMORY);
+    return owned;
+}
+
+template <class Fmt>
+DibPair ResizeWorker(const ResizeJob &job, const Fmt &fmt) {
+    OwnedBlock image = NewImageOf(job.src, job.newWidth, job.newHeight);
+    if (!image) return DibPair{};
+    OwnedBlock mask;
+    if (job.srcMask != nullptr) {
+        mask = NewImageOf(job.srcMask, job.newWidth, job.newHeight);
+        if (!mask) return DibPair{};
+    }
+    const int32_t width = DibWidth(job.src);
+    const int32_t height = DibHeight(job.src);
+    // A source with no columns or no rows walks nothing and leaves the new image zero.
+    if (width >= 1 && height >= 1) {
+        const float sx = static_cast<float>(job.newWidth) / static_cast<float>(width);
+        const float sy = static_cast<float>(job.newHeight) / static_cast<float>(height);
+        // The column runs are the same for every row run: cut once.
+        OwnedBlock columnBlock = AllocLocked(static_cast<uint64_t>(width) * sizeof(ColumnRun));
+        if (!columnBlock) return DibPair{};
+        auto *columns = reinterpret_cast<ColumnRun *>(columnBlock.bytes());
+        int32_t columnCount = 0;
+        for (int64_t x = 0; x < width; ++columnCount) {
+            columns[columnCount].run = NextRun(x, sx, job.newWidth);
+            x += columns[columnCount].run.count;
+        }
+        ResizeWalk<Fmt> walk(job, fmt, image.bytes(), mask.bytes(), columns, columnCount);
+        if (!walk.WalkRows(sx, sy)) return DibPair{};
+    }
+    return DibPair{image.Release(), mask.Release()};
+}
+
+}  // namespace
+
+DibPair ResizeDib(DibHandle image, DibHandle mask, int32_t newWidth, int32_t newHeight, int32_t interpolate,
+                  int32_t noDialog, int32_t halfProgress) {
+    OpenedDib source;
+    if (!OpenDib(image, kFormatAll, source)) return DibPair{};
+    LockedBlock maskLock;
+    const uint8_t *maskBytes = nullptr;
+    if (mask != nullptr) {
+        maskLock = LockedBlock(mask);
+        if (!maskLock) {
+            SetErrorStatus(TZ3_NO_MEMORY);
+            return DibPair{};
+        }
+        if (!CheckDibBlock(maskLock.bytes(), maskLock.size()) || !CheckMaskFits(source.dib, maskLock.bytes()))
+            return DibPair{};
+        maskBytes = maskLock.bytes();
+    }
+    const uint8_t *dib = source.dib;
+    ResizeJob job{dib, maskBytes, newWidth, newHeight, interpolate != 0, noDialog, 100};
+    switch (DibBitCount(dib)) {
+        case 1:
+            job.average = false;
+            return ResizeWorker(job, Resize1{});
+        case 4:
+            job.average = false;
+            return ResizeWorker(job, Resize4{});
+        case 8: {
+            // The map is made whether or not the palette lets the image average.
+            GrayLevelMap map;
+            if (!BuildGrayLevelMap(dib, map)) return DibPair{};
+            job.average = job.average && IsGrayPalette(dib) != 0;
+            return ResizeWorker(job, Resize8{map.toLevel, map.toIndex});
+        }
+        case 16:
+            if (source.redMask == kRed555Mask) return ResizeWorker(job, Resize16<false>{});
+            return ResizeWorker(job, Resize16<true>{});
+        case 24:
+            // The panorama gives the second half of its progress to the paste.
+            job.percentHigh = halfProgress != 0 ? 50 : 100;
+            return ResizeWorker(job, ResizeBytes<24>{});
+        case 32:
+            return ResizeWorker(job, ResizeBytes<32>{});
+        default:
+            SetErrorStatus(TZ3_BAD_DEPTH);
+            return DibPair{};
+    }
+}
+
+}  // namespace tz3
+
+extern "C" TZ3_API DibPair TZ3Resize(const DibPair *source, int32_t newWidth, int32_t newHeight, int32_t interpolate,
+                                     int32_t noDialog, intptr_t dialog1, intptr_t dialog2, intptr_t dialog3) {
+    using namespace tz3;
+    return RunExport<DibPair>(noDialog, dialog1, dialog2, dialog3, [&] {
+        const DibPair in = source != nullptr ? *source : DibPair{};
+        return ResizeDib(in.image, in.mask, newWidth, newHeight, interpolate, noDialog, 0);
+    });
+}
+
+extern "C" TZ3_API int32_t TZ3ResizeEx(const DibPair *source, DibPair *result, int32_t newWidth, int32_t newHeight,
+                                       int32_t interpolate, int32_t noDialog, intptr_t dialog1, intptr_t dialog2,
+                                       intptr_t dialog3) {
+    using namespace tz3;
+    return RunExport<int32_t>(noDialog, dialog1, dialog2, dialog3, [&]() -> int32_t {
+        // With nowhere to put the pair, nothing is made.
+        if (result == nullptr) {
+            SetErrorStatus(TZ3_BAD_PARAMETER);
+            return 0;
+        }
+        const DibPair in = source != nullptr ? *source : DibPair{};
+        *result = ResizeDib(in.image, in.mask, newWidth, newHeight, interpolate, noDialog, 0);
+        return result->image != nullptr ? 1 : 0;
+    });
+}
