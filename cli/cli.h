@@ -108,6 +108,7 @@ int RunSetGray(const std::vector<std::string> &args);
 // Neighbourhood filters.
 
 // Geometry.
+int RunResize(const std::vector<std::string> &args);
 
 // Selection, new images and compositing.
 

@@ -46,6 +46,8 @@ const Command kCommands[] = {
     // Neighbourhood filters.
 
     // Geometry.
+    {"resize", "IN OUT --width W --height H [--interpolate] [--mask FILE [--mask-out FILE]]", false, RunResize,
+     "make the image (and its mask) W x H; --interpolate averages and spreads"},
 
     // Selection, new images and compositing.
 

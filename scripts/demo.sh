@@ -35,6 +35,9 @@ run set-gray.png set-gray "$out/sample.bmp" "$out/set-gray.png"
 # Neighbourhood filters.
 
 # Geometry.
+run resize-half.png resize "$out/sample.bmp" "$out/resize-half.png" --width 320 --height 240 --interpolate
+run resize-double.png resize "$out/sample.bmp" "$out/resize-double.png" --width 1280 --height 960
+run resize-smooth.png resize "$out/sample.bmp" "$out/resize-smooth.png" --width 1000 --height 300 --interpolate
 
 # Selection, new images and compositing.
 

@@ -24,6 +24,7 @@ required=(
   # filters
 
   # geometry
+  TZ3Resize TZ3ResizeEx
 
   # selection, new images and compositing
 
