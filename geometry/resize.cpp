@@ -44,10 +44,11 @@ struct Run {
     int32_t count;   // source coordinates in the run
     int32_t target;  // first target coordinate
     int32_t span;    // target length, at least 1
+    int32_t end;     // end of the span's part inside the target, exclusive
 };
 
 Run NextRun(int64_t i, float scale, int32_t targetSize) {
-    Run run{static_cast<int32_t>(i), 1, MapCoord(i, scale), 1};
+    Run run{static_cast<int32_t>(i), 1, MapCoord(i, scale), 1, 0};
     int64_t end;
     if (scale >= 1.0f) {
         end = std::min(MapCoord(i + 1, scale), targetSize);
@@ -60,6 +61,7 @@ Run NextRun(int64_t i, float scale, int32_t targetSize) {
         end = next;
     }
     run.span = static_cast<int32_t>(std::max<int64_t>(end - run.target, 1));
+    run.end = static_cast<int32_t>(std::max<int64_t>(std::min<int64_t>(int64_t{run.target} + run.span, targetSize), run.target));
     return run;
 }
 
@@ -114,6 +116,10 @@ struct Resize8 {
     const uint8_t *toIndex;
     void Fetch(const uint8_t *row, int32_t x, int32_t *c) const { c[0] = toLevel[row[x]]; }
     void Store(uint8_t *row, int32_t x, const int32_t *c) const { row[x] = toIndex[c[0]]; }
+    static constexpr int kSumStride = 1;
+    void Accumulate(const uint8_t *row, int32_t width, int32_t *sums) const {
+        for (int32_t x = 0; x < width; ++x) sums[x] += toLevel[row[x]];
+    }
 };
 
 template <bool Is565>
@@ -129,6 +135,16 @@ struct Resize16 {
     void Store(uint8_t *row, int32_t x, const int32_t *c) const {
         const Rgb v{static_cast<uint8_t>(c[2]), static_cast<uint8_t>(c[1]), static_cast<uint8_t>(c[0])};
         WriteU16(row + 2 * static_cast<size_t>(x), ChannelPack16(v, Is565));
+    }
+    static constexpr int kSumStride = 3;
+    void Accumulate(const uint8_t *row, int32_t width, int32_t *sums) const {
+        int32_t c[3];
+        for (int32_t x = 0; x < width; ++x, sums += 3) {
+            Fetch(row, x, c);
+            sums[0] += c[0];
+            sums[1] += c[1];
+            sums[2] += c[2];
+        }
     }
 };
 
@@ -151,6 +167,13 @@ struct ResizeBytes {
         p[1] = static_cast<uint8_t>(c[1]);
         p[2] = static_cast<uint8_t>(c[2]);
     }
+    // Channel sums lie byte for byte over the pixels (a 32-bit pixel's fourth sum is never read), so
+    // a row adds in as one run of bytes.
+    static constexpr int kSumStride = static_cast<int>(kStep);
+    void Accumulate(const uint8_t *row, int32_t width, int32_t *sums) const {
+        const size_t bytes = kStep * static_cast<size_t>(width);
+        for (size_t i = 0; i < bytes; ++i) sums[i] += row[i];
+    }
 };
 
 // ---- The walk ----
@@ -164,9 +187,8 @@ struct ResizeJob {
     int32_t percentHigh;
 };
 
-// A column run with the four corner values of its current block, per channel.
-struct ColumnRun {
-    Run run;
+// The four corner values of a column run's current block, per channel.
+struct Corners {
     int32_t c00[3], c10[3], c01[3], c11[3];
 };
 
@@ -176,6 +198,27 @@ inline int32_t MeanOf(int64_t sum, int32_t count) {
     const float quotient = static_cast<float>(sum) / static_cast<float>(count == 0 ? 1 : count);
     return TruncToInt32(static_cast<double>(quotient) + 0.5);
 }
+
+// MeanOf for many sums over one count, with the division replaced by a product. For a float
+// numerator f and a count n below 2^20, f x (1 / n) in double lies within about 2^-52 (relative) of
+// f / n, while f / n is either a float itself or lies at least about 2^-45 away from the midpoint
+// between two floats: both round to the same single-precision quotient.
+class MeanDivider {
+public:
+    int32_t Mean(int64_t sum, int32_t count) {
+        if (count != count_) {
+            count_ = count;
+            reciprocal_ = 1.0 / (count == 0 ? 1 : count);
+        }
+        if (count >= (1 << 20)) return MeanOf(sum, count);
+        const auto quotient = static_cast<float>(static_cast<double>(static_cast<float>(sum)) * reciprocal_);
+        return static_cast<int32_t>(static_cast<double>(quotient) + 0.5);
+    }
+
+private:
+    int32_t count_ = -1;
+    double reciprocal_ = 0.0;
+};
 
 // Sets columns x0..x1 (inclusive) of a 1-bit row.
 void OrBits(uint8_t *row, int32_t x0, int32_t x1) {
@@ -189,12 +232,28 @@ void OrBits(uint8_t *row, int32_t x0, int32_t x1) {
 // sum that rounds just past the top a byte.
 inline int32_t SpreadLevel(double v) { return std::min(static_cast<int32_t>(v), 255); }
 
+// The working memory of a walk, in one block: the column runs, a corner record per column run, and
+// the per-column channel sums of a row run (four per column at most).
+struct WalkMemory {
+    static uint64_t Bytes(int32_t width) {
+        return static_cast<uint64_t>(width) * (sizeof(Run) + sizeof(Corners) + 4 * sizeof(int32_t));
+    }
+    explicit WalkMemory(uint8_t *block, int32_t width)
+        : columns(reinterpret_cast<Run *>(block)),
+          corners(reinterpret_cast<Corners *>(block + sizeof(Run) * static_cast<size_t>(width))),
+          sums(reinterpret_cast<int32_t *>(block + (sizeof(Run) + sizeof(Corners)) * static_cast<size_t>(width))) {}
+    Run *columns;
+    Corners *corners;
+    int32_t *sums;
+};
+
 template <class Fmt>
 class ResizeWalk {
 public:
-    ResizeWalk(const ResizeJob &job, const Fmt &fmt, uint8_t *dst, uint8_t *dstMask, ColumnRun *columns,
-               int32_t columnCount)
-        : job_(job), fmt_(fmt), dst_(dst), dstMask_(dstMask), columns_(columns), columnCount_(columnCount) {}
+    ResizeWalk(const ResizeJob &job, const Fmt &fmt, uint8_t *dst, uint8_t *dstMask, const WalkMemory &memory,
+               int32_t paintCount)
+        : job_(job), fmt_(fmt), dst_(dst), dstMask_(dstMask), columns_(memory.columns), corners_(memory.corners),
+          sums_(memory.sums), paintCount_(paintCount) {}
 
     // Walks every row run; false with status 1 when cancelled.
     bool WalkRows(float sx, float sy) {
@@ -204,10 +263,12 @@ public:
             const Run rows = NextRun(y, sy, job_.newHeight);
             if (rows.target < job_.newHeight) {
                 if constexpr (Fmt::kChannels > 0) {
-                    if (job_.average) {
-                        Average(rows, reduceX, reduceY);
-                    } else {
+                    if (!job_.average) {
                         Replicate(rows);
+                    } else if (reduceX && reduceY) {
+                        AverageBlocks(rows);
+                    } else {
+                        Spread(rows, reduceX, reduceY);
                     }
                 } else {
                     Replicate(rows);
@@ -229,38 +290,33 @@ private:
     bool SrcMaskBit(int32_t x, int32_t y) const {
         return job_.srcMask != nullptr && MaskBitSet(srcMaskBits_ + srcMaskStride_ * static_cast<size_t>(y), x);
     }
-    // Columns of the run's span that lie inside the new image, as [first, end).
-    int32_t SpanEnd(const Run &run, int32_t limit) const {
-        return static_cast<int32_t>(std::min<int64_t>(int64_t{run.target} + run.span, limit));
-    }
 
     // The mask bit of each block's first pixel, OR-ed into the painted part of its tile in row ty.
     void PaintMaskRow(int32_t y, int32_t ty) const {
         if (dstMask_ == nullptr) return;
         uint8_t *row = MaskRow(ty);
-        for (int32_t k = 0; k < columnCount_; ++k) {
-            const Run &c = columns_[k].run;
-            if (c.target >= job_.newWidth) break;
-            if (SrcMaskBit(c.first, y)) OrBits(row, c.target, SpanEnd(c, job_.newWidth) - 1);
+        for (int32_t k = 0; k < paintCount_; ++k) {
+            const Run &c = columns_[k];
+            if (SrcMaskBit(c.first, y)) OrBits(row, c.target, c.end - 1);
         }
     }
 
     void Replicate(const Run &rows) {
         const int32_t y = rows.first;
         const uint8_t *srcRow = SrcRow(y);
-        const int32_t rowEnd = SpanEnd(rows, job_.newHeight);
-        for (int32_t ty = rows.target; ty < rowEnd; ++ty) {
+        // Stores through byte pointers may alias anything, so the loop keeps its own copies.
+        const Run *columns = columns_;
+        const int32_t paintCount = paintCount_;
+        for (int32_t ty = rows.target; ty < rows.end; ++ty) {
             uint8_t *dstRow = DstRow(ty);
             if (Fmt::kBits >= 8 && ty > rows.target) {
                 // Every row of a replicated tile holds the same pixels.
                 std::memcpy(dstRow, DstRow(rows.target), dstStride_);
             } else {
-                for (int32_t k = 0; k < columnCount_; ++k) {
-                    const Run &c = columns_[k].run;
-                    if (c.target >= job_.newWidth) break;
+                for (int32_t k = 0; k < paintCount; ++k) {
+                    const Run c = columns[k];
                     const uint32_t v = ReadRaw<Fmt::kBits>(srcRow, c.first);
-                    const int32_t end = SpanEnd(c, job_.newWidth);
-                    for (int32_t tx = c.target; tx < end; ++tx) WriteRaw<Fmt::kBits>(dstRow, tx, v);
+                    for (int32_t tx = c.target; tx < c.end; ++tx) WriteRaw<Fmt::kBits>(dstRow, tx, v);
                 }
             }
             PaintMaskRow(y, ty);
@@ -292,98 +348,130 @@ private:
         for (int ch = 0; ch < Fmt::kChannels; ++ch) to[ch] = from[ch];
     }
 
-    // The four corners of the block of column run k in the row run starting at y.
-    void Corners(ColumnRun &col, int32_t y, int32_t ny, bool reduceX, bool reduceY) const {
-        const int32_t x = col.run.first;
-        const int32_t nx = col.run.count;
-        const bool lastX = x >= width_ - 1;
-        const bool lastY = y >= height_ - 1;
-        if (!reduceX && !reduceY) {
-            // The upper-right corner falls back to the block itself, not to an edge neighbour.
-            Pixel(x, y, col.c00);
-            if (lastX) Copy(col.c00, col.c10); else Pixel(x + 1, y, col.c10);
-            if (lastY) Copy(col.c00, col.c01); else Pixel(x, y + 1, col.c01);
-            if (lastX || lastY) Copy(col.c00, col.c11); else Pixel(x + 1, y + 1, col.c11);
-            return;
-        }
-        Mean(x, nx, y, ny, col.c00);
-        if (nx >= 2) {
-            Copy(col.c00, col.c10);
-        } else if (lastX) {
-            Pixel(x, y, col.c10);
-        } else if (ny == 1) {
-            Pixel(x + 1, y, col.c10);
-        } else {
-            Mean(x + 1, 1, y, ny, col.c10);
-        }
-        if (ny >= 2) {
-            Copy(col.c00, col.c01);
-        } else if (lastY) {
-            Pixel(x, y, col.c01);
-        } else if (nx == 1) {
-            Pixel(x, y + 1, col.c01);
-        } else {
-            Mean(x, nx, y + 1, 1, col.c01);
-        }
-        if (nx >= 2 && ny >= 2) {
-            Copy(col.c00, col.c11);
-        } else if (nx == 1 && ny >= 2) {
-            Copy(col.c10, col.c11);
-        } else if (nx >= 2) {
-            Copy(col.c01, col.c11);
-        } else if (!lastX && !lastY) {
-            Pixel(x + 1, y + 1, col.c11);
-        } else if (!lastY) {
-            Pixel(x, y + 1, col.c11);
-        } else if (!lastX) {
-            Pixel(x + 1, y, col.c11);
-        } else {
-            Pixel(x, y, col.c11);
-        }
-    }
-
-    void Average(const Run &rows, bool reduceX, bool reduceY) {
+    // Both scales below 1: each block paints the one pixel of its mean. The run's rows are summed
+    // per column first, so the source is read row by row.
+    void AverageBlocks(const Run &rows) {
         const int32_t y = rows.first;
-        if (reduceX && reduceY) {
-            // One pixel per block, its mean; the tile's size plays no part.
-            uint8_t *dstRow = DstRow(rows.target);
-            int32_t mean[3];
-            for (int32_t k = 0; k < columnCount_; ++k) {
-                const Run &c = columns_[k].run;
-                if (c.target >= job_.newWidth) break;
+        const int32_t yEnd = static_cast<int32_t>(std::min<int64_t>(int64_t{y} + rows.count, height_));
+        uint8_t *dstRow = DstRow(rows.target);
+        int32_t mean[3];
+        // Column sums of 32 bits hold up to 2^31 / 256 rows of levels; taller runs sum each block in
+        // 64 bits.
+        if (yEnd - y > (1 << 23)) {
+            for (int32_t k = 0; k < paintCount_; ++k) {
+                const Run &c = columns_[k];
                 Mean(c.first, c.count, y, rows.count, mean);
                 fmt_.Store(dstRow, c.target, mean);
                 if (SrcMaskBit(c.first, y)) OrBits(MaskRow(rows.target), c.target, c.target);
             }
             return;
         }
-        for (int32_t k = 0; k < columnCount_; ++k) {
-            if (columns_[k].run.target >= job_.newWidth) break;
-            Corners(columns_[k], y, rows.count, reduceX, reduceY);
+        constexpr int kStride = Fmt::kSumStride;
+        int32_t *sums = sums_;
+        const Fmt fmt = fmt_;
+        const int32_t width = width_;
+        std::memset(sums, 0, sizeof(int32_t) * kStride * static_cast<size_t>(width));
+        for (int32_t yy = y; yy < yEnd; ++yy) fmt.Accumulate(SrcRow(yy), width, sums);
+        const Run *columns = columns_;
+        const int32_t paintCount = paintCount_;
+        const int32_t rowsIn = yEnd - y;
+        MeanDivider divider;
+        for (int32_t k = 0; k < paintCount; ++k) {
+            const Run c = columns[k];
+            const int32_t xEnd = static_cast<int32_t>(std::min<int64_t>(int64_t{c.first} + c.count, width));
+            int64_t sum[3] = {0, 0, 0};
+            for (int32_t x = c.first; x < xEnd; ++x) {
+                for (int ch = 0; ch < Fmt::kChannels; ++ch) sum[ch] += sums[kStride * static_cast<size_t>(x) + ch];
+            }
+            const int32_t count = (xEnd - c.first) * rowsIn;
+            for (int ch = 0; ch < Fmt::kChannels; ++ch) mean[ch] = divider.Mean(sum[ch], count);
+            fmt.Store(dstRow, c.target, mean);
         }
-        const int32_t rowEnd = SpanEnd(rows, job_.newHeight);
+        if (dstMask_ == nullptr) return;
+        for (int32_t k = 0; k < paintCount; ++k) {
+            const Run &c = columns[k];
+            if (SrcMaskBit(c.first, y)) OrBits(MaskRow(rows.target), c.target, c.target);
+        }
+    }
+
+    // The four corners of the block of column run c in the row run starting at y.
+    void FindCorners(const Run &c, Corners &out, int32_t y, int32_t ny, bool reduceX, bool reduceY) const {
+        const int32_t x = c.first;
+        const int32_t nx = c.count;
+        const bool lastX = x >= width_ - 1;
+        const bool lastY = y >= height_ - 1;
+        if (!reduceX && !reduceY) {
+            // The upper-right corner falls back to the block itself, not to an edge neighbour.
+            Pixel(x, y, out.c00);
+            if (lastX) Copy(out.c00, out.c10); else Pixel(x + 1, y, out.c10);
+            if (lastY) Copy(out.c00, out.c01); else Pixel(x, y + 1, out.c01);
+            if (lastX || lastY) Copy(out.c00, out.c11); else Pixel(x + 1, y + 1, out.c11);
+            return;
+        }
+        Mean(x, nx, y, ny, out.c00);
+        if (nx >= 2) {
+            Copy(out.c00, out.c10);
+        } else if (lastX) {
+            Pixel(x, y, out.c10);
+        } else if (ny == 1) {
+            Pixel(x + 1, y, out.c10);
+        } else {
+            Mean(x + 1, 1, y, ny, out.c10);
+        }
+        if (ny >= 2) {
+            Copy(out.c00, out.c01);
+        } else if (lastY) {
+            Pixel(x, y, out.c01);
+        } else if (nx == 1) {
+            Pixel(x, y + 1, out.c01);
+        } else {
+            Mean(x, nx, y + 1, 1, out.c01);
+        }
+        if (nx >= 2 && ny >= 2) {
+            Copy(out.c00, out.c11);
+        } else if (nx == 1 && ny >= 2) {
+            Copy(out.c10, out.c11);
+        } else if (nx >= 2) {
+            Copy(out.c01, out.c11);
+        } else if (!lastX && !lastY) {
+            Pixel(x + 1, y + 1, out.c11);
+        } else if (!lastY) {
+            Pixel(x, y + 1, out.c11);
+        } else if (!lastX) {
+            Pixel(x + 1, y, out.c11);
+        } else {
+            Pixel(x, y, out.c11);
+        }
+    }
+
+    // At least one scale reaches 1: every tile spreads bilinearly between its four corners.
+    void Spread(const Run &rows, bool reduceX, bool reduceY) {
+        const int32_t y = rows.first;
+        for (int32_t k = 0; k < paintCount_; ++k) FindCorners(columns_[k], corners_[k], y, rows.count, reduceX, reduceY);
+        const Run *columns = columns_;
+        const Corners *corners = corners_;
+        const int32_t paintCount = paintCount_;
+        const Fmt fmt = fmt_;
         const double rowStep = 1.0 / rows.span;
-        for (int32_t ty = rows.target; ty < rowEnd; ++ty) {
+        for (int32_t ty = rows.target; ty < rows.end; ++ty) {
             // Weights run from 0 up to (n - 1) / n: 1 / n in double, its multiple rounded to single.
             const float fy = static_cast<float>(rowStep * (ty - rows.target));
             const double wy1 = fy;
             const double wy0 = 1.0 - wy1;
             uint8_t *dstRow = DstRow(ty);
-            for (int32_t k = 0; k < columnCount_; ++k) {
-                const ColumnRun &col = columns_[k];
-                const Run &c = col.run;
-                if (c.target >= job_.newWidth) break;
-                const int32_t end = SpanEnd(c, job_.newWidth);
+            for (int32_t k = 0; k < paintCount; ++k) {
+                const Run c = columns[k];
+                const Corners &corner = corners[k];
                 const double colStep = 1.0 / c.span;
                 double c00[3], c10[3], c01[3], c11[3];
                 for (int ch = 0; ch < Fmt::kChannels; ++ch) {
-                    c00[ch] = col.c00[ch];
-                    c10[ch] = col.c10[ch];
-                    c01[ch] = col.c01[ch];
-                    c11[ch] = col.c11[ch];
+                    c00[ch] = corner.c00[ch];
+                    c10[ch] = corner.c10[ch];
+                    c01[ch] = corner.c01[ch];
+                    c11[ch] = corner.c11[ch];
                 }
                 int32_t out[3];
-                for (int32_t tx = c.target; tx < end; ++tx) {
+                for (int32_t tx = c.target; tx < c.end; ++tx) {
                     const float fx = static_cast<float>(colStep * (tx - c.target));
                     const double wx1 = fx;
                     const double wx0 = 1.0 - wx1;
@@ -391,7 +479,7 @@ private:
                         out[ch] = SpreadLevel(((c00[ch] * wx0 + c10[ch] * wx1) * wy0) +
                                               ((c01[ch] * wx0 + c11[ch] * wx1) * wy1) + 0.5);
                     }
-                    fmt_.Store(dstRow, tx, out);
+                    fmt.Store(dstRow, tx, out);
                 }
             }
             PaintMaskRow(y, ty);
@@ -402,8 +490,10 @@ private:
     const Fmt &fmt_;
     uint8_t *dst_;
     uint8_t *dstMask_;
-    ColumnRun *columns_;
-    int32_t columnCount_;
+    const Run *columns_;
+    Corners *corners_;
+    int32_t *sums_;
+    int32_t paintCount_;  // column runs whose span starts inside the new image
     const int32_t width_ = DibWidth(job_.src);
     const int32_t height_ = DibHeight(job_.src);
     const uint8_t *srcBits_ = DibBits(job_.src);
@@ -438,16 +528,18 @@ DibPair ResizeWorker(const ResizeJob &job, const Fmt &fmt) {
     if (width >= 1 && height >= 1) {
         const float sx = static_cast<float>(job.newWidth) / static_cast<float>(width);
         const float sy = static_cast<float>(job.newHeight) / static_cast<float>(height);
-        // The column runs are the same for every row run: cut once.
-        OwnedBlock columnBlock = AllocLocked(static_cast<uint64_t>(width) * sizeof(ColumnRun));
-        if (!columnBlock) return DibPair{};
-        auto *columns = reinterpret_cast<ColumnRun *>(columnBlock.bytes());
-        int32_t columnCount = 0;
-        for (int64_t x = 0; x < width; ++columnCount) {
-            columns[columnCount].run = NextRun(x, sx, job.newWidth);
-            x += columns[columnCount].run.count;
+        OwnedBlock memoryBlock = AllocLocked(WalkMemory::Bytes(width));
+        if (!memoryBlock) return DibPair{};
+        const WalkMemory memory(memoryBlock.bytes(), width);
+        // The column runs are the same for every row run: cut once. Their targets never decrease,
+        // so the runs that paint anything come first.
+        int32_t paintCount = 0;
+        for (int64_t x = 0, k = 0; x < width; ++k) {
+            memory.columns[k] = NextRun(x, sx, job.newWidth);
+            if (memory.columns[k].target < job.newWidth) paintCount = static_cast<int32_t>(k + 1);
+            x += memory.columns[k].count;
         }
-        ResizeWalk<Fmt> walk(job, fmt, image.bytes(), mask.bytes(), columns, columnCount);
+        ResizeWalk<Fmt> walk(job, fmt, image.bytes(), mask.bytes(), memory, paintCount);
         if (!walk.WalkRows(sx, sy)) return DibPair{};
     }
     return DibPair{image.Release(), mask.Release()};
