@@ -27,6 +27,7 @@ required=(
   TZ3Resize TZ3ResizeEx
 
   # selection, new images and compositing
+  TZ3PasteImage TZ3Layer
 
   # clipboard and the hidden mark
 
