@@ -24,7 +24,7 @@ required=(
   # filters
 
   # geometry
-  TZ3Resize TZ3ResizeEx
+  TZ3Resize TZ3ResizeEx TZ3Panorama
 
   # selection, new images and compositing
   TZ3PasteImage TZ3Layer
