@@ -109,6 +109,7 @@ int RunSetGray(const std::vector<std::string> &args);
 
 // Geometry.
 int RunResize(const std::vector<std::string> &args);
+int RunPanorama(const std::vector<std::string> &args);
 
 // Selection, new images and compositing.
 

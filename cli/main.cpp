@@ -48,6 +48,8 @@ const Command kCommands[] = {
     // Geometry.
     {"resize", "IN OUT --width W --height H [--interpolate] [--mask FILE [--mask-out FILE]]", false, RunResize,
      "make the image (and its mask) W x H; --interpolate averages and spreads"},
+    {"panorama", "FIRST SECOND OUT --first X,Y,X,Y --second X,Y,X,Y [--seam none|left|right] [--back R,G,B]",
+     false, RunPanorama, "join two 24-bit pictures so that the two marked segments meet"},
 
     // Selection, new images and compositing.
 
