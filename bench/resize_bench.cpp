@@ -27,10 +27,18 @@ void ResizeBench(benchmark::State &state, int32_t size, int32_t interpolate) {
     });
 }
 
-void BM_Resize_Half_Replicate_4096x4096x24(benchmark::State &state) { ResizeBench(state, 2048, 0); }
-void BM_Resize_Half_Average_4096x4096x24(benchmark::State &state) { ResizeBench(state, 2048, 1); }
-void BM_Resize_Double_Replicate_4096x4096x24(benchmark::State &state) { ResizeBench(state, 8192, 0); }
-void BM_Resize_Double_Spread_4096x4096x24(benchmark::State &state) { ResizeBench(state, 8192, 1); }
+void BM_Resize_Half_Replicate_4096x4096x24(benchmark::State &state) {
+    ResizeBench(state, 2048, 0);
+}
+void BM_Resize_Half_Average_4096x4096x24(benchmark::State &state) {
+    ResizeBench(state, 2048, 1);
+}
+void BM_Resize_Double_Replicate_4096x4096x24(benchmark::State &state) {
+    ResizeBench(state, 8192, 0);
+}
+void BM_Resize_Double_Spread_4096x4096x24(benchmark::State &state) {
+    ResizeBench(state, 8192, 1);
+}
 
 // OpenCV reads the pixel rows in place and makes a new output on every iteration.
 void OpenCvBench(benchmark::State &state, int size, int method) {
@@ -44,7 +52,8 @@ void OpenCvBench(benchmark::State &state, int size, int method) {
         benchmark::DoNotOptimize(out.data);
     }
     Tz3GlobalUnlock(source);
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(Tz3GlobalSize(source)));
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) *
+                            static_cast<int64_t>(Tz3GlobalSize(source)));
 }
 
 // The same, writing into a fresh block allocated the way the library's results are, so that both
@@ -64,11 +73,16 @@ void OpenCvFreshBench(benchmark::State &state, int size, int method) {
         Tz3GlobalFree(block);
     }
     Tz3GlobalUnlock(source);
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(Tz3GlobalSize(source)));
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) *
+                            static_cast<int64_t>(Tz3GlobalSize(source)));
 }
 
-void BM_OpenCV_Resize_Half_Nearest_4096x4096x24(benchmark::State &state) { OpenCvBench(state, 2048, cv::INTER_NEAREST); }
-void BM_OpenCV_Resize_Half_Area_4096x4096x24(benchmark::State &state) { OpenCvBench(state, 2048, cv::INTER_AREA); }
+void BM_OpenCV_Resize_Half_Nearest_4096x4096x24(benchmark::State &state) {
+    OpenCvBench(state, 2048, cv::INTER_NEAREST);
+}
+void BM_OpenCV_Resize_Half_Area_4096x4096x24(benchmark::State &state) {
+    OpenCvBench(state, 2048, cv::INTER_AREA);
+}
 void BM_OpenCV_Resize_Double_Nearest_4096x4096x24(benchmark::State &state) {
     OpenCvBench(state, 8192, cv::INTER_NEAREST);
 }
@@ -89,7 +103,9 @@ void BM_OpenCV_FreshBlock_Resize_Double_Linear_4096x4096x24(benchmark::State &st
     OpenCvFreshBench(state, 8192, cv::INTER_LINEAR);
 }
 
-void BM_Memcpy_Fresh_8192x8192x24(benchmark::State &state) { tz3bench::MemcpyFresh(state, Photo8192()); }
+void BM_Memcpy_Fresh_8192x8192x24(benchmark::State &state) {
+    tz3bench::MemcpyFresh(state, Photo8192());
+}
 
 }  // namespace
 

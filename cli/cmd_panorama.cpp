@@ -50,10 +50,10 @@ int RunPanorama(const std::vector<std::string> &args) {
     OutputFormatFor(files[2]);
     const LoadedImage one = LoadImageFile(files[0]);
     const LoadedImage two = LoadImageFile(files[1]);
-    const DibOwner result =
-        TakeResult(TZ3Panorama(one.dib.Get(), two.dib.Get(), seam, first[0], first[1], first[2], first[3], second[0],
-                               second[1], second[2], second[3], back[0], back[1], back[2], 1, 0, 0, 0),
-                   "panorama");
+    const DibOwner result = TakeResult(
+        TZ3Panorama(one.dib.Get(), two.dib.Get(), seam, first[0], first[1], first[2], first[3], second[0],
+                    second[1], second[2], second[3], back[0], back[1], back[2], 1, 0, 0, 0),
+        "panorama");
     SaveImageFile(files[2], result.Get());
     return 0;
 }

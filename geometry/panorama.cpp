@@ -71,7 +71,8 @@ void SeamSeed(int32_t width, int32_t height, int32_t xa, int32_t ya, int32_t xb,
 
 // The clear mask of the second picture's size with the seam drawn and one side filled; null with
 // status 2 when any step fails.
-DibHandle SeamMask(int32_t width, int32_t height, int32_t xa, int32_t ya, int32_t xb, int32_t yb, uint8_t side) {
+DibHandle SeamMask(int32_t width, int32_t height, int32_t xa, int32_t ya, int32_t xb, int32_t yb,
+                   uint8_t side) {
     BlockOwner mask(MakeRegionMask(width, height, 0, nullptr, 0, 0, 0, 0, 0, 1));
     if (!mask) {
         SetErrorStatus(TZ3_DIALOG_FAILED);
@@ -91,8 +92,8 @@ DibHandle SeamMask(int32_t width, int32_t height, int32_t xa, int32_t ya, int32_
     return mask.Release();
 }
 
-DibHandle Panorama(DibHandle first, DibHandle second, int32_t seamSide, Segment one, Segment two, int32_t backRed,
-                   int32_t backGreen, int32_t backBlue, int32_t noDialog) {
+DibHandle Panorama(DibHandle first, DibHandle second, int32_t seamSide, Segment one, Segment two,
+                   int32_t backRed, int32_t backGreen, int32_t backBlue, int32_t noDialog) {
     if (first == nullptr || second == nullptr) {
         SetErrorStatus(TZ3_BAD_IMAGE);
         return nullptr;
@@ -142,7 +143,8 @@ DibHandle Panorama(DibHandle first, DibHandle second, int32_t seamSide, Segment 
         ratioSizeH = TruncOrLowest(height2 * ratio);
 
         // Angle in whole hundredths of a degree; the position is turned by that same value.
-        const double turn = DirectionDegrees(one.xa, y1a, one.xb, y1b) - DirectionDegrees(two.xa, y2a, two.xb, y2b);
+        const double turn =
+            DirectionDegrees(one.xa, y1a, one.xb, y1b) - DirectionDegrees(two.xa, y2a, two.xb, y2b);
         angle = TruncOrLowest(turn * 100.0);
         const double a = ((angle / 100.0) * kPi) / 180.0;
 
@@ -168,8 +170,8 @@ DibHandle Panorama(DibHandle first, DibHandle second, int32_t seamSide, Segment 
     if (scaled.image == nullptr) return nullptr;
     const BlockOwner scaledImage(scaled.image);
     const BlockOwner scaledMask(scaled.mask);
-    return PasteImageCore(first, scaled.image, scaled.mask, angle, 0, 0, 255, backRed, backGreen, backBlue, pasteX,
-                          pasteY, 0, noDialog, 1);
+    return PasteImageCore(first, scaled.image, scaled.mask, angle, 0, 0, 255, backRed, backGreen, backBlue,
+                          pasteX, pasteY, 0, noDialog, 1);
 }
 
 }  // namespace
@@ -216,12 +218,13 @@ SeamEnds SeamLineEnds(int32_t width, int32_t height, int32_t xa, int32_t ya, int
 }  // namespace tz3
 
 extern "C" TZ3_API DibHandle TZ3Panorama(DibHandle first, DibHandle second, int32_t seamSide, int32_t x1a,
-                                         int32_t y1a, int32_t x1b, int32_t y1b, int32_t x2a, int32_t y2a, int32_t x2b,
-                                         int32_t y2b, int32_t backRed, int32_t backGreen, int32_t backBlue,
-                                         int32_t noDialog, intptr_t dialog1, intptr_t dialog2, intptr_t dialog3) {
+                                         int32_t y1a, int32_t x1b, int32_t y1b, int32_t x2a, int32_t y2a,
+                                         int32_t x2b, int32_t y2b, int32_t backRed, int32_t backGreen,
+                                         int32_t backBlue, int32_t noDialog, intptr_t dialog1,
+                                         intptr_t dialog2, intptr_t dialog3) {
     using namespace tz3;
     return RunExport<DibHandle>(noDialog, dialog1, dialog2, dialog3, [&] {
-        return Panorama(first, second, seamSide, Segment{x1a, y1a, x1b, y1b}, Segment{x2a, y2a, x2b, y2b}, backRed,
-                        backGreen, backBlue, noDialog);
+        return Panorama(first, second, seamSide, Segment{x1a, y1a, x1b, y1b}, Segment{x2a, y2a, x2b, y2b},
+                        backRed, backGreen, backBlue, noDialog);
     });
 }

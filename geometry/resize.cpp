@@ -61,7 +61,8 @@ Run NextRun(int64_t i, float scale, int32_t targetSize) {
         end = next;
     }
     run.span = static_cast<int32_t>(std::max<int64_t>(end - run.target, 1));
-    run.end = static_cast<int32_t>(std::max<int64_t>(std::min<int64_t>(int64_t{run.target} + run.span, targetSize), run.target));
+    run.end = static_cast<int32_t>(
+        std::max<int64_t>(std::min<int64_t>(int64_t{run.target} + run.span, targetSize), run.target));
     return run;
 }
 
@@ -204,7 +205,7 @@ inline int32_t MeanOf(int64_t sum, int32_t count) {
 // f / n, while f / n is either a float itself or lies at least about 2^-45 away from the midpoint
 // between two floats: both round to the same single-precision quotient.
 class MeanDivider {
-public:
+  public:
     int32_t Mean(int64_t sum, int32_t count) {
         if (count != count_) {
             count_ = count;
@@ -215,7 +216,7 @@ public:
         return static_cast<int32_t>(static_cast<double>(quotient) + 0.5);
     }
 
-private:
+  private:
     int32_t count_ = -1;
     double reciprocal_ = 0.0;
 };
@@ -230,18 +231,23 @@ void OrBits(uint8_t *row, int32_t x0, int32_t x1) {
 
 // The spread value lies in 0.5 .. 255.5 (a convex mix of levels plus 0.5); the clamp to 255 keeps a
 // sum that rounds just past the top a byte.
-inline int32_t SpreadLevel(double v) { return std::min(static_cast<int32_t>(v), 255); }
+inline int32_t SpreadLevel(double v) {
+    return std::min(static_cast<int32_t>(v), 255);
+}
 
-// The working memory of a walk, in one block: the column runs, a corner record per column run, and
-// the per-column channel sums of a row run (four per column at most).
+// The working memory of a walk, in one block: the column runs and, when the walk averages, a corner
+// record per column run and the per-column channel sums of a row run (four per column at most).
 struct WalkMemory {
-    static uint64_t Bytes(int32_t width) {
-        return static_cast<uint64_t>(width) * (sizeof(Run) + sizeof(Corners) + 4 * sizeof(int32_t));
+    static uint64_t Bytes(int32_t width, bool average) {
+        const uint64_t perColumn = sizeof(Run) + (average ? sizeof(Corners) + 4 * sizeof(int32_t) : 0);
+        return static_cast<uint64_t>(width) * perColumn;
     }
-    explicit WalkMemory(uint8_t *block, int32_t width)
+    WalkMemory(uint8_t *block, int32_t width, bool average)
         : columns(reinterpret_cast<Run *>(block)),
-          corners(reinterpret_cast<Corners *>(block + sizeof(Run) * static_cast<size_t>(width))),
-          sums(reinterpret_cast<int32_t *>(block + (sizeof(Run) + sizeof(Corners)) * static_cast<size_t>(width))) {}
+          corners(average ? reinterpret_cast<Corners *>(block + sizeof(Run) * static_cast<size_t>(width)) : nullptr),
+          sums(average ? reinterpret_cast<int32_t *>(block +
+                                                     (sizeof(Run) + sizeof(Corners)) * static_cast<size_t>(width))
+                       : nullptr) {}
     Run *columns;
     Corners *corners;
     int32_t *sums;
@@ -249,11 +255,17 @@ struct WalkMemory {
 
 template <class Fmt>
 class ResizeWalk {
-public:
+  public:
     ResizeWalk(const ResizeJob &job, const Fmt &fmt, uint8_t *dst, uint8_t *dstMask, const WalkMemory &memory,
                int32_t paintCount)
-        : job_(job), fmt_(fmt), dst_(dst), dstMask_(dstMask), columns_(memory.columns), corners_(memory.corners),
-          sums_(memory.sums), paintCount_(paintCount) {}
+        : job_(job),
+          fmt_(fmt),
+          dst_(dst),
+          dstMask_(dstMask),
+          columns_(memory.columns),
+          corners_(memory.corners),
+          sums_(memory.sums),
+          paintCount_(paintCount) {}
 
     // Walks every row run; false with status 1 when cancelled.
     bool WalkRows(float sx, float sy) {
@@ -283,12 +295,13 @@ public:
         return true;
     }
 
-private:
+  private:
     const uint8_t *SrcRow(int32_t y) const { return srcBits_ + srcStride_ * static_cast<size_t>(y); }
     uint8_t *DstRow(int32_t y) const { return DibBits(dst_) + dstStride_ * static_cast<size_t>(y); }
     uint8_t *MaskRow(int32_t y) const { return DibBits(dstMask_) + maskStride_ * static_cast<size_t>(y); }
     bool SrcMaskBit(int32_t x, int32_t y) const {
-        return job_.srcMask != nullptr && MaskBitSet(srcMaskBits_ + srcMaskStride_ * static_cast<size_t>(y), x);
+        return job_.srcMask != nullptr &&
+               MaskBitSet(srcMaskBits_ + srcMaskStride_ * static_cast<size_t>(y), x);
     }
 
     // The mask bit of each block's first pixel, OR-ed into the painted part of its tile in row ty.
@@ -381,7 +394,8 @@ private:
             const int32_t xEnd = static_cast<int32_t>(std::min<int64_t>(int64_t{c.first} + c.count, width));
             int64_t sum[3] = {0, 0, 0};
             for (int32_t x = c.first; x < xEnd; ++x) {
-                for (int ch = 0; ch < Fmt::kChannels; ++ch) sum[ch] += sums[kStride * static_cast<size_t>(x) + ch];
+                for (int ch = 0; ch < Fmt::kChannels; ++ch)
+                    sum[ch] += sums[kStride * static_cast<size_t>(x) + ch];
             }
             const int32_t count = (xEnd - c.first) * rowsIn;
             for (int ch = 0; ch < Fmt::kChannels; ++ch) mean[ch] = divider.Mean(sum[ch], count);
@@ -403,9 +417,18 @@ private:
         if (!reduceX && !reduceY) {
             // The upper-right corner falls back to the block itself, not to an edge neighbour.
             Pixel(x, y, out.c00);
-            if (lastX) Copy(out.c00, out.c10); else Pixel(x + 1, y, out.c10);
-            if (lastY) Copy(out.c00, out.c01); else Pixel(x, y + 1, out.c01);
-            if (lastX || lastY) Copy(out.c00, out.c11); else Pixel(x + 1, y + 1, out.c11);
+            if (lastX)
+                Copy(out.c00, out.c10);
+            else
+                Pixel(x + 1, y, out.c10);
+            if (lastY)
+                Copy(out.c00, out.c01);
+            else
+                Pixel(x, y + 1, out.c01);
+            if (lastX || lastY)
+                Copy(out.c00, out.c11);
+            else
+                Pixel(x + 1, y + 1, out.c11);
             return;
         }
         Mean(x, nx, y, ny, out.c00);
@@ -447,7 +470,8 @@ private:
     // At least one scale reaches 1: every tile spreads bilinearly between its four corners.
     void Spread(const Run &rows, bool reduceX, bool reduceY) {
         const int32_t y = rows.first;
-        for (int32_t k = 0; k < paintCount_; ++k) FindCorners(columns_[k], corners_[k], y, rows.count, reduceX, reduceY);
+        for (int32_t k = 0; k < paintCount_; ++k)
+            FindCorners(columns_[k], corners_[k], y, rows.count, reduceX, reduceY);
         const Run *columns = columns_;
         const Corners *corners = corners_;
         const int32_t paintCount = paintCount_;
@@ -500,7 +524,8 @@ private:
     const size_t srcStride_ = static_cast<uint32_t>(DibRowBytes(job_.src));
     const size_t dstStride_ = static_cast<uint32_t>(DibRowBytes(dst_));
     const uint8_t *srcMaskBits_ = job_.srcMask != nullptr ? DibBits(job_.srcMask) : nullptr;
-    const size_t srcMaskStride_ = job_.srcMask != nullptr ? static_cast<uint32_t>(DibRowBytes(job_.srcMask)) : 0;
+    const size_t srcMaskStride_ =
+        job_.srcMask != nullptr ? static_cast<uint32_t>(DibRowBytes(job_.srcMask)) : 0;
     const size_t maskStride_ = dstMask_ != nullptr ? static_cast<uint32_t>(DibRowBytes(dstMask_)) : 0;
 };
 
@@ -528,9 +553,10 @@ DibPair ResizeWorker(const ResizeJob &job, const Fmt &fmt) {
     if (width >= 1 && height >= 1) {
         const float sx = static_cast<float>(job.newWidth) / static_cast<float>(width);
         const float sy = static_cast<float>(job.newHeight) / static_cast<float>(height);
-        OwnedBlock memoryBlock = AllocLocked(WalkMemory::Bytes(width));
+        const bool average = Fmt::kChannels > 0 && job.average;
+        OwnedBlock memoryBlock = AllocLocked(WalkMemory::Bytes(width, average));
         if (!memoryBlock) return DibPair{};
-        const WalkMemory memory(memoryBlock.bytes(), width);
+        const WalkMemory memory(memoryBlock.bytes(), width, average);
         // The column runs are the same for every row run: cut once. Their targets never decrease,
         // so the runs that paint anything come first.
         int32_t paintCount = 0;
@@ -596,8 +622,9 @@ DibPair ResizeDib(DibHandle image, DibHandle mask, int32_t newWidth, int32_t new
 
 }  // namespace tz3
 
-extern "C" TZ3_API DibPair TZ3Resize(const DibPair *source, int32_t newWidth, int32_t newHeight, int32_t interpolate,
-                                     int32_t noDialog, intptr_t dialog1, intptr_t dialog2, intptr_t dialog3) {
+extern "C" TZ3_API DibPair TZ3Resize(const DibPair *source, int32_t newWidth, int32_t newHeight,
+                                     int32_t interpolate, int32_t noDialog, intptr_t dialog1,
+                                     intptr_t dialog2, intptr_t dialog3) {
     using namespace tz3;
     return RunExport<DibPair>(noDialog, dialog1, dialog2, dialog3, [&] {
         const DibPair in = source != nullptr ? *source : DibPair{};
@@ -605,9 +632,9 @@ extern "C" TZ3_API DibPair TZ3Resize(const DibPair *source, int32_t newWidth, in
     });
 }
 
-extern "C" TZ3_API int32_t TZ3ResizeEx(const DibPair *source, DibPair *result, int32_t newWidth, int32_t newHeight,
-                                       int32_t interpolate, int32_t noDialog, intptr_t dialog1, intptr_t dialog2,
-                                       intptr_t dialog3) {
+extern "C" TZ3_API int32_t TZ3ResizeEx(const DibPair *source, DibPair *result, int32_t newWidth,
+                                       int32_t newHeight, int32_t interpolate, int32_t noDialog,
+                                       intptr_t dialog1, intptr_t dialog2, intptr_t dialog3) {
     using namespace tz3;
     return RunExport<int32_t>(noDialog, dialog1, dialog2, dialog3, [&]() -> int32_t {
         // With nowhere to put the pair, nothing is made.

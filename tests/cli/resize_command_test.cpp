@@ -40,13 +40,14 @@ TEST_F(ResizeCommandTest, EveryDepthMatchesTheDirectCallWithAndWithoutInterpolat
         const Bytes dib = RandomDib(++seed, 11, 7, bits);
         WriteFile(Path("in.bmp"), BmpFromDib(dib));
         for (int interpolate : {0, 1}) {
-            std::vector<std::string> args = {"resize", Path("in.bmp"), Path("out.bmp"), "--width", "23",
-                                             "--height=4"};
+            std::vector<std::string> args = {"resize",  Path("in.bmp"), Path("out.bmp"),
+                                             "--width", "23",           "--height=4"};
             if (interpolate) args.push_back("--interpolate");
             const ToolRun run = RunTool(args);
             ASSERT_EQ(run.exitCode, 0) << run.err;
             EXPECT_EQ(run.err, "");
-            EXPECT_EQ(DibFromBmp(ReadFile(Path("out.bmp"))), DirectResize(dib, nullptr, 23, 4, interpolate).image)
+            EXPECT_EQ(DibFromBmp(ReadFile(Path("out.bmp"))),
+                      DirectResize(dib, nullptr, 23, 4, interpolate).image)
                 << bits << " bits, interpolate " << interpolate;
         }
     }
@@ -57,8 +58,9 @@ TEST_F(ResizeCommandTest, TheMaskIsResizedWithTheImageAndWrittenToMaskOut) {
     const Bytes mask = MaskDib(711, 9, 6);
     WriteFile(Path("in.bmp"), BmpFromDib(dib));
     WriteFile(Path("mask.bmp"), BmpFromDib(mask));
-    const ToolRun run = RunTool({"resize", Path("in.bmp"), Path("out.bmp"), "--width", "20", "--height", "3",
-                                 "--interpolate", "--mask", Path("mask.bmp"), "--mask-out", Path("mask-out.bmp")});
+    const ToolRun run =
+        RunTool({"resize", Path("in.bmp"), Path("out.bmp"), "--width", "20", "--height", "3", "--interpolate",
+                 "--mask", Path("mask.bmp"), "--mask-out", Path("mask-out.bmp")});
     ASSERT_EQ(run.exitCode, 0) << run.err;
     const DirectPair want = DirectResize(dib, &mask, 20, 3, 1);
     EXPECT_EQ(DibFromBmp(ReadFile(Path("out.bmp"))), want.image);
@@ -89,7 +91,8 @@ TEST_F(ResizeCommandTest, MalformedArgumentsAreUsageErrors) {
         {"resize", Path("in.bmp"), Path("out.bmp"), "--height", "4"},
         {"resize", Path("in.bmp"), "--width", "4", "--height", "4"},
         {"resize", Path("in.bmp"), Path("out.bmp"), "--width", "x", "--height", "4"},
-        {"resize", Path("in.bmp"), Path("out.bmp"), "--width", "4", "--height", "4", "--mask-out", Path("m.bmp")},
+        {"resize", Path("in.bmp"), Path("out.bmp"), "--width", "4", "--height", "4", "--mask-out",
+         Path("m.bmp")},
         {"resize", Path("in.bmp"), Path("out.txt"), "--width", "4", "--height", "4"},
         {"resize", Path("in.bmp"), Path("out.bmp"), "--width", "4", "--height", "4", "--angle", "3"},
         {"resize", Path("in.bmp"), Path("out.bmp"), "--width", "4", "--height", "4", "--interpolate=1"},

@@ -1,13 +1,14 @@
 // The panorama: directions, seam ends, equal segments, turned and scaled seconds against the same
 // steps done one by one, seam sides, statuses, progress, cancellation, allocation failure and the
 // caller's images.
+#include "geometry/panorama.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <random>
 
 #include "frame/region.h"
-#include "geometry/panorama.h"
 #include "platform/companion.h"
 #include "platform/raster.h"
 #include "support/test_images.h"
@@ -21,33 +22,43 @@ struct Points {
     int32_t x1a, y1a, x1b, y1b, x2a, y2a, x2b, y2b;
 };
 
-DibHandle RunPanorama(DibHandle first, DibHandle second, int32_t seam, const Points &p, int32_t noDialog = 1) {
-    return TZ3Panorama(first, second, seam, p.x1a, p.y1a, p.x1b, p.y1b, p.x2a, p.y2a, p.x2b, p.y2b, 10, 20, 30,
-                       noDialog, 0, 0, 0);
+DibHandle RunPanorama(DibHandle first, DibHandle second, int32_t seam, const Points &p,
+                      int32_t noDialog = 1) {
+    return TZ3Panorama(first, second, seam, p.x1a, p.y1a, p.x1b, p.y1b, p.x2a, p.y2a, p.x2b, p.y2b, 10, 20,
+                       30, noDialog, 0, 0, 0);
 }
 
 uint32_t Pixel24(const std::vector<uint8_t> &dib, int x, int topY) {
     const int y = ImageHeight(dib) - 1 - topY;
-    const uint8_t *p = dib.data() + PixelOffset(dib) + RowBytes(24, ImageWidth(dib)) * static_cast<size_t>(y) + 3 * x;
+    const uint8_t *p =
+        dib.data() + PixelOffset(dib) + RowBytes(24, ImageWidth(dib)) * static_cast<size_t>(y) + 3 * x;
     return p[0] | (p[1] << 8) | (p[2] << 16);
 }
 
-int32_t Clamp(int32_t v, int32_t hi) { return v < 0 ? 0 : v > hi ? hi : v; }
+int32_t Clamp(int32_t v, int32_t hi) {
+    return v < 0 ? 0 : v > hi ? hi : v;
+}
 
 // The same steps as the panorama, each written out here from the rules and run through the public
 // resize and paste: scale, angle, position, and the seam mask from the mask drawing operations.
-std::vector<uint8_t> StepByStep(const std::vector<uint8_t> &first, const std::vector<uint8_t> &second, int32_t seam,
-                                Points p) {
-    const int W1 = ImageWidth(first), H1 = ImageHeight(first), W2 = ImageWidth(second), H2 = ImageHeight(second);
-    p.x1a = Clamp(p.x1a, W1 - 1), p.x1b = Clamp(p.x1b, W1 - 1), p.y1a = Clamp(p.y1a, H1 - 1), p.y1b = Clamp(p.y1b, H1 - 1);
-    p.x2a = Clamp(p.x2a, W2 - 1), p.x2b = Clamp(p.x2b, W2 - 1), p.y2a = Clamp(p.y2a, H2 - 1), p.y2b = Clamp(p.y2b, H2 - 1);
+std::vector<uint8_t> StepByStep(const std::vector<uint8_t> &first, const std::vector<uint8_t> &second,
+                                int32_t seam, Points p) {
+    const int W1 = ImageWidth(first), H1 = ImageHeight(first), W2 = ImageWidth(second),
+              H2 = ImageHeight(second);
+    p.x1a = Clamp(p.x1a, W1 - 1), p.x1b = Clamp(p.x1b, W1 - 1), p.y1a = Clamp(p.y1a, H1 - 1),
+    p.y1b = Clamp(p.y1b, H1 - 1);
+    p.x2a = Clamp(p.x2a, W2 - 1), p.x2b = Clamp(p.x2b, W2 - 1), p.y2a = Clamp(p.y2a, H2 - 1),
+    p.y2b = Clamp(p.y2b, H2 - 1);
     const int y1a = H1 - 1 - p.y1a, y1b = H1 - 1 - p.y1b, y2a = H2 - 1 - p.y2a, y2b = H2 - 1 - p.y2b;
-    const int d1 = static_cast<int>(std::sqrt(double((p.x1b - p.x1a) * (p.x1b - p.x1a) + (y1b - y1a) * (y1b - y1a))));
-    const int d2 = static_cast<int>(std::sqrt(double((p.x2b - p.x2a) * (p.x2b - p.x2a) + (y2b - y2a) * (y2b - y2a))));
+    const int d1 =
+        static_cast<int>(std::sqrt(double((p.x1b - p.x1a) * (p.x1b - p.x1a) + (y1b - y1a) * (y1b - y1a))));
+    const int d2 =
+        static_cast<int>(std::sqrt(double((p.x2b - p.x2a) * (p.x2b - p.x2a) + (y2b - y2a) * (y2b - y2a))));
     const double ratio = static_cast<double>(d1) / d2;
     const int newW = static_cast<int>(W2 * ratio), newH = static_cast<int>(H2 * ratio);
     const int angle = static_cast<int>(
-        (tz3::DirectionDegrees(p.x1a, y1a, p.x1b, y1b) - tz3::DirectionDegrees(p.x2a, y2a, p.x2b, y2b)) * 100.0);
+        (tz3::DirectionDegrees(p.x1a, y1a, p.x1b, y1b) - tz3::DirectionDegrees(p.x2a, y2a, p.x2b, y2b)) *
+        100.0);
     const double a = ((angle / 100.0) * 3.141592657) / 180.0;
     const int dx = static_cast<int>(p.x2a * ratio) - (newW - 1) / 2;
     const int dy = static_cast<int>(y2a * ratio) - newH / 2;
@@ -61,10 +72,14 @@ std::vector<uint8_t> StepByStep(const std::vector<uint8_t> &first, const std::ve
         EXPECT_EQ(tz3::DrawMaskLine(mask.h, e.x0, e.y0, e.x1, e.y1), 1);
         const bool up = y2a < y2b, right = p.x2a < p.x2b;
         int sx, sy;
-        if (up && right) sx = side == 1 ? 0 : W2 - 1, sy = side == 1 ? 0 : H2 - 1;
-        else if (up) sx = side == 1 ? 0 : W2 - 1, sy = side == 1 ? H2 - 1 : 0;
-        else if (right) sx = side == 1 ? W2 - 1 : 0, sy = side == 1 ? 0 : H2 - 1;
-        else sx = side == 1 ? W2 - 1 : 0, sy = side == 1 ? H2 - 1 : 0;
+        if (up && right)
+            sx = side == 1 ? 0 : W2 - 1, sy = side == 1 ? 0 : H2 - 1;
+        else if (up)
+            sx = side == 1 ? 0 : W2 - 1, sy = side == 1 ? H2 - 1 : 0;
+        else if (right)
+            sx = side == 1 ? W2 - 1 : 0, sy = side == 1 ? 0 : H2 - 1;
+        else
+            sx = side == 1 ? W2 - 1 : 0, sy = side == 1 ? H2 - 1 : 0;
         EXPECT_EQ(tz3::FloodMaskSide(mask.h, sx, sy, 0, 0xFFFFFF), 1);
     }
     HandleGuard firstBlock(ToBlock(first)), secondBlock(ToBlock(second));
@@ -72,8 +87,8 @@ std::vector<uint8_t> StepByStep(const std::vector<uint8_t> &first, const std::ve
     const DibPair scaled = TZ3Resize(&in, newW, newH, 1, 1, 0, 0, 0);
     EXPECT_NE(scaled.image, nullptr);
     HandleGuard scaledImage(scaled.image), scaledMask(scaled.mask);
-    HandleGuard out(TZ3PasteImage(firstBlock.h, &scaled, angle, 0, 0, 255, 10, 20, 30, p.x1a - rx, p.y1a + ry, 0, 1, 0,
-                                  0, 0));
+    HandleGuard out(TZ3PasteImage(firstBlock.h, &scaled, angle, 0, 0, 255, 10, 20, 30, p.x1a - rx, p.y1a + ry,
+                                  0, 1, 0, 0, 0));
     EXPECT_NE(out.h, nullptr);
     return FromBlock(out.h);
 }
@@ -89,7 +104,8 @@ TEST(DirectionDegrees, UpLeftDownAndRightAreNinetyOneEightyTwoSeventyAndZero) {
     EXPECT_NEAR(tz3::DirectionDegrees(0, 0, -4, -4), 225.0, 1e-6);
     EXPECT_NEAR(tz3::DirectionDegrees(0, 0, 4, -4), 315.0, 1e-6);
     // In the second quadrant the angle is measured from the vertical: atan2(dX, dY) plus 90.
-    EXPECT_EQ(tz3::DirectionDegrees(0, 0, -1, 3), ((std::atan2(1.0, 3.0) + 1.5707963285) / 3.141592657) * 180.0);
+    EXPECT_EQ(tz3::DirectionDegrees(0, 0, -1, 3),
+              ((std::atan2(1.0, 3.0) + 1.5707963285) / 3.141592657) * 180.0);
 }
 
 TEST(SeamLineEnds, VerticalHorizontalAndSlopedLinesReachTenPixelsBeyondThePicture) {
@@ -155,7 +171,8 @@ TEST(TZ3Panorama, TurnedAndScaledSecondsMatchTheStepsDoneOneByOne) {
             HandleGuard out(RunPanorama(a.h, b.h, seam, p));
             ASSERT_NE(out.h, nullptr) << Describe("case", p.x1a, p.y1a, p.x1b, p.y1b, seam);
             const auto result = FromBlock(out.h);
-            EXPECT_EQ(result, StepByStep(first, second, seam, p)) << Describe("case", p.x1a, p.y1a, p.x1b, p.y1b, seam);
+            EXPECT_EQ(result, StepByStep(first, second, seam, p))
+                << Describe("case", p.x1a, p.y1a, p.x1b, p.y1b, seam);
             EXPECT_EQ(WordAt(result, 14), 24);
             EXPECT_GE(ImageWidth(result), 14);
             EXPECT_GE(ImageHeight(result), 11);
@@ -181,13 +198,15 @@ TEST(TZ3Panorama, SeamSidesKeepTheirSideOfTheLineAndTheLineItself) {
     HandleGuard whole(RunPanorama(a.h, b.h, 0, up));
     for (const auto &result : {FromBlock(upLeft.h), FromBlock(downRight.h)}) {
         for (int y = 4; y < 10; ++y) {
-            for (int x = 0; x <= 4; ++x) EXPECT_EQ(Pixel24(result, 5 + x, y), 0xFFFFFFu) << "kept side and line " << x;
+            for (int x = 0; x <= 4; ++x)
+                EXPECT_EQ(Pixel24(result, 5 + x, y), 0xFFFFFFu) << "kept side and line " << x;
             for (int x = 5; x < 9; ++x) EXPECT_EQ(Pixel24(result, 5 + x, y), 0u) << "other side " << x;
         }
     }
     const auto w = FromBlock(whole.h);
     for (int y = 3; y < 11; ++y)
-        for (int x = 0; x < 9; ++x) EXPECT_EQ(Pixel24(w, 5 + x, y), 0xFFFFFFu) << "no seam: the whole picture";
+        for (int x = 0; x < 9; ++x)
+            EXPECT_EQ(Pixel24(w, 5 + x, y), 0xFFFFFFu) << "no seam: the whole picture";
 }
 
 TEST(TZ3Panorama, NullPicturesGiveStatusSevenBeforeEqualPointsGiveFive) {
@@ -320,7 +339,8 @@ TEST(TZ3Panorama, AFailedAllocationLeavesNothingWithStatusThreeOrTwoForTheSeam) 
         for (long at = 0; at < total; ++at) {
             FailingAllocator failing(at);
             EXPECT_EQ(RunPanorama(a.h, b.h, seam, p), nullptr);
-            EXPECT_EQ(Tz3GetErrorStatus(), seam != 0 && at < 2 ? 2 : 3) << "seam " << seam << ", allocation " << at;
+            EXPECT_EQ(Tz3GetErrorStatus(), seam != 0 && at < 2 ? 2 : 3)
+                << "seam " << seam << ", allocation " << at;
             EXPECT_EQ(Tz3LiveBlocks(), live);
         }
     }

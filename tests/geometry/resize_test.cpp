@@ -1,13 +1,14 @@
 // Resize: replication and averaging in every depth against a literal walk, the worked rows, the
 // scaled mask, the Ex form, statuses, progress, cancellation, allocation failure and the caller's
 // blocks.
+#include "geometry/resize.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <numeric>
 #include <random>
 
-#include "geometry/resize.h"
 #include "platform/companion.h"
 #include "support/resize_reference.h"
 #include "support/test_images.h"
@@ -23,7 +24,8 @@ struct Result {
 };
 
 // Runs TZ3Resize and takes the blocks it returned into byte vectors, freeing them.
-Result Resize(DibHandle image, DibHandle mask, int32_t w, int32_t h, int32_t interpolate, int32_t noDialog = 1) {
+Result Resize(DibHandle image, DibHandle mask, int32_t w, int32_t h, int32_t interpolate,
+              int32_t noDialog = 1) {
     const DibPair in{image, mask};
     Result r;
     r.pair = TZ3Resize(&in, w, h, interpolate, noDialog, 0, 0, 0);
@@ -36,13 +38,19 @@ Result Resize(DibHandle image, DibHandle mask, int32_t w, int32_t h, int32_t int
 
 uint32_t PixelAt(const std::vector<uint8_t> &dib, int x, int y) {
     const int bits = WordAt(dib, 14);
-    const uint8_t *row = dib.data() + PixelOffset(dib) + RowBytes(bits, ImageWidth(dib)) * static_cast<size_t>(y);
+    const uint8_t *row =
+        dib.data() + PixelOffset(dib) + RowBytes(bits, ImageWidth(dib)) * static_cast<size_t>(y);
     switch (bits) {
-        case 1: return (row[x >> 3] >> (7 - (x & 7))) & 1;
-        case 4: return (x & 1) ? (row[x >> 1] & 15) : (row[x >> 1] >> 4);
-        case 8: return row[x];
-        case 16: return static_cast<uint32_t>(row[2 * x] | (row[2 * x + 1] << 8));
-        case 24: return static_cast<uint32_t>(row[3 * x] | (row[3 * x + 1] << 8) | (row[3 * x + 2] << 16));
+        case 1:
+            return (row[x >> 3] >> (7 - (x & 7))) & 1;
+        case 4:
+            return (x & 1) ? (row[x >> 1] & 15) : (row[x >> 1] >> 4);
+        case 8:
+            return row[x];
+        case 16:
+            return static_cast<uint32_t>(row[2 * x] | (row[2 * x + 1] << 8));
+        case 24:
+            return static_cast<uint32_t>(row[3 * x] | (row[3 * x + 1] << 8) | (row[3 * x + 2] << 16));
         default:
             return static_cast<uint32_t>(row[4 * x] | (row[4 * x + 1] << 8) | (row[4 * x + 2] << 16)) |
                    (static_cast<uint32_t>(row[4 * x + 3]) << 24);
@@ -58,7 +66,8 @@ void SetPixel(std::vector<uint8_t> &dib, int x, int y, uint32_t v) {
 // An 8-bit image whose palette holds the 256 gray levels in the given order.
 std::vector<uint8_t> GrayImage(int width, int height, const std::vector<int> &levels) {
     std::vector<uint8_t> d = MakeDibBytes(width, height, 8);
-    for (int i = 0; i < 256; ++i) d[40 + 4 * i] = d[41 + 4 * i] = d[42 + 4 * i] = static_cast<uint8_t>(levels[i]);
+    for (int i = 0; i < 256; ++i)
+        d[40 + 4 * i] = d[41 + 4 * i] = d[42 + 4 * i] = static_cast<uint8_t>(levels[i]);
     return d;
 }
 std::vector<int> Ramp() {
@@ -96,9 +105,11 @@ TEST(TZ3Resize, MatchesTheLiteralWalkInEveryFormatWidthAndMethodWithAndWithoutMa
                 const int newH = trial == 0 ? height : 1 + static_cast<int>(rng() % (3 * height + 4));
                 const int32_t interpolate = kInterpolateValues[rng() % 4];
                 const bool withMask = rng() % 2 == 0;
-                const ResizedImage want = ResizeReference(src, withMask ? &mask : nullptr, newW, newH, interpolate != 0);
+                const ResizedImage want =
+                    ResizeReference(src, withMask ? &mask : nullptr, newW, newH, interpolate != 0);
                 const Result got = Resize(image.h, withMask ? maskBlock.h : nullptr, newW, newH, interpolate);
-                const std::string what = Describe("case", f.bits, f.is565, width, height, newW, newH, interpolate, withMask);
+                const std::string what =
+                    Describe("case", f.bits, f.is565, width, height, newW, newH, interpolate, withMask);
                 ASSERT_NE(got.pair.image, nullptr) << what;
                 EXPECT_EQ(Tz3GetErrorStatus(), 0) << what;
                 ASSERT_EQ(got.image, want.image) << what;
@@ -116,7 +127,8 @@ TEST(TZ3Resize, MatchesTheLiteralWalkInEveryFormatWidthAndMethodWithAndWithoutMa
 
 TEST(TZ3Resize, LargeReductionsAndEnlargementsMatchTheLiteralWalk) {
     std::mt19937 rng(602);
-    const int sizes[][4] = {{97, 61, 7, 5}, {64, 64, 3, 29}, {5, 3, 120, 77}, {40, 2, 13, 90}, {2, 50, 90, 11}};
+    const int sizes[][4] = {
+        {97, 61, 7, 5}, {64, 64, 3, 29}, {5, 3, 120, 77}, {40, 2, 13, 90}, {2, 50, 90, 11}};
     for (const Format f : kFormats) {
         for (const auto &s : sizes) {
             const auto src = RandomResizeSource(rng, f, s[0], s[1]);
@@ -126,7 +138,8 @@ TEST(TZ3Resize, LargeReductionsAndEnlargementsMatchTheLiteralWalk) {
             for (int32_t interpolate : {0, 1}) {
                 const ResizedImage want = ResizeReference(src, &mask, s[2], s[3], interpolate != 0);
                 const Result got = Resize(image.h, maskBlock.h, s[2], s[3], interpolate);
-                ASSERT_EQ(got.image, want.image) << Describe("case", f.bits, s[0], s[1], s[2], s[3], interpolate);
+                ASSERT_EQ(got.image, want.image)
+                    << Describe("case", f.bits, s[0], s[1], s[2], s[3], interpolate);
                 ASSERT_EQ(got.mask, want.mask);
             }
         }
@@ -162,7 +175,8 @@ TEST(TZ3Resize, SameSizeAveragingKeepsTwentyFourBitsDropsTheFourthByteAndLosesAS
     // Every 5-bit value in blue, and every 6-bit value in the green of a 5-6-5 image.
     for (bool is565 : {false, true}) {
         std::vector<uint8_t> src = RandomDib(rng, 64, 1, 16, is565);
-        for (int v = 0; v < 64; ++v) SetPixel(src, v, 0, is565 ? static_cast<uint32_t>(v << 5) : static_cast<uint32_t>(v & 31));
+        for (int v = 0; v < 64; ++v)
+            SetPixel(src, v, 0, is565 ? static_cast<uint32_t>(v << 5) : static_cast<uint32_t>(v & 31));
         HandleGuard image(ToBlock(src));
         const Result got = Resize(image.h, nullptr, 64, 1, 1);
         for (int v = 0; v < 64; ++v) {
@@ -173,7 +187,8 @@ TEST(TZ3Resize, SameSizeAveragingKeepsTwentyFourBitsDropsTheFourthByteAndLosesAS
                 EXPECT_EQ(g, want) << "6-bit green " << v;
             } else {
                 const int c = v & 31;
-                EXPECT_EQ(word & 31u, static_cast<uint32_t>(c == 0 || c == 31 ? c : c - 1)) << "5-bit blue " << c;
+                EXPECT_EQ(word & 31u, static_cast<uint32_t>(c == 0 || c == 31 ? c : c - 1))
+                    << "5-bit blue " << c;
             }
         }
     }
@@ -190,20 +205,27 @@ TEST(TZ3Resize, ReplicationKeepsTheFourthByteOfThirtyTwoBitPixels) {
     EXPECT_EQ(PixelAt(got.image, 2, 0), 0x5566778Fu);
     EXPECT_EQ(PixelAt(got.image, 3, 0), 0x5566778Fu);
     const Result spread = Resize(image.h, nullptr, 4, 1, 1);
-    for (int x = 0; x < 4; ++x) EXPECT_EQ(PixelAt(spread.image, x, 0) >> 24, 0u) << "averaging leaves byte 3 zero";
+    for (int x = 0; x < 4; ++x)
+        EXPECT_EQ(PixelAt(spread.image, x, 0) >> 24, 0u) << "averaging leaves byte 3 zero";
 }
 
 TEST(TZ3Resize, ATenPixelRowReducedToThreeKeepsColumnsZeroTwoAndFiveWhenReplicating) {
     for (int bits : {1, 4, 8, 16, 24, 32}) {
         std::vector<uint8_t> src = MakeDibBytes(10, 1, bits);
-        const uint32_t top = bits == 1 ? 1 : bits == 4 ? 15 : bits == 8 ? 255 : bits == 16 ? 0x7FFF : 0xFFFFFF;
+        const uint32_t top = bits == 1    ? 1
+                             : bits == 4  ? 15
+                             : bits == 8  ? 255
+                             : bits == 16 ? 0x7FFF
+                                          : 0xFFFFFF;
         // Column x holds a value that names it, as far as the depth allows.
         for (int x = 0; x < 10; ++x) {
             const uint32_t v = bits == 1 ? (x == 0 || x == 5 ? 1u : 0u) : std::min<uint32_t>(top, 1 + x);
             if (bits == 1 || bits == 4) {
                 uint8_t *row = src.data() + PixelOffset(src);
-                if (bits == 1) row[x / 8] |= static_cast<uint8_t>(v << (7 - x % 8));
-                else row[x / 2] |= static_cast<uint8_t>(x % 2 == 0 ? v << 4 : v);
+                if (bits == 1)
+                    row[x / 8] |= static_cast<uint8_t>(v << (7 - x % 8));
+                else
+                    row[x / 2] |= static_cast<uint8_t>(x % 2 == 0 ? v << 4 : v);
             } else {
                 SetPixel(src, x, 0, v);
             }
@@ -280,7 +302,8 @@ TEST(TZ3Resize, ReducingOneAxisAndEnlargingTheOtherSpreadsAlongTheEnlargedAxisOn
     // row run its upper corner falls back to the block's first pixel (60), not to the mean 30.
     const uint32_t want[2][6] = {{0, 30, 60, 90, 90, 90}, {45, 40, 35, 30, 40, 50}};
     for (int x = 0; x < 2; ++x)
-        for (int y = 0; y < 6; ++y) EXPECT_EQ(PixelAt(got.image, x, y), want[x][y] * 0x010101u) << x << "," << y;
+        for (int y = 0; y < 6; ++y)
+            EXPECT_EQ(PixelAt(got.image, x, y), want[x][y] * 0x010101u) << x << "," << y;
     EXPECT_EQ(got.image, ResizeReference(src, nullptr, 2, 6, true).image);
 }
 
@@ -293,7 +316,8 @@ TEST(TZ3Resize, ReversedGrayPaletteInterpolatesThroughLevelsAndAPaletteLackingAL
     HandleGuard image(ToBlock(src));
     const Result got = Resize(image.h, nullptr, 5, 1, 1);
     const int wantLevels[5] = {0, 30, 60, 90, 90};
-    for (int x = 0; x < 5; ++x) EXPECT_EQ(PixelAt(got.image, x, 0), static_cast<uint32_t>(255 - wantLevels[x]));
+    for (int x = 0; x < 5; ++x)
+        EXPECT_EQ(PixelAt(got.image, x, 0), static_cast<uint32_t>(255 - wantLevels[x]));
 
     std::vector<int> missing = Ramp();
     missing[7] = 8;  // level 7 absent, 8 twice
@@ -371,7 +395,8 @@ TEST(TZ3Resize, TheNewHeaderIsTheSourcesWithNewSizes) {
     HandleGuard image(ToBlock(src));
     const Result got = Resize(image.h, nullptr, 9, 5, 0);
     ASSERT_EQ(got.image.size(), 40 + 80 + RowBytes(8, 9) * 5u);
-    EXPECT_TRUE(std::equal(src.begin() + 40, src.begin() + 120, got.image.begin() + 40)) << "colour table kept";
+    EXPECT_TRUE(std::equal(src.begin() + 40, src.begin() + 120, got.image.begin() + 40))
+        << "colour table kept";
     EXPECT_EQ(Field32(got.image, 4), 9u);
     EXPECT_EQ(Field32(got.image, 8), 5u);
     EXPECT_EQ(Field32(got.image, 20), RowBytes(8, 9) * 5u);

@@ -25,7 +25,9 @@ std::vector<uint8_t> BlankMask(int width, int height) {
 }
 
 // Bit at column x of the row y counted from the top.
-bool TopDownBit(const std::vector<uint8_t> &mask, int x, int y) { return MaskBit(mask, x, ImageHeight(mask) - 1 - y); }
+bool TopDownBit(const std::vector<uint8_t> &mask, int x, int y) {
+    return MaskBit(mask, x, ImageHeight(mask) - 1 - y);
+}
 
 std::vector<uint8_t> Draw(const std::vector<uint8_t> &mask, int x0, int y0, int x1, int y1, int32_t *result) {
     HandleGuard h(ToBlock(mask));
@@ -35,7 +37,9 @@ std::vector<uint8_t> Draw(const std::vector<uint8_t> &mask, int x0, int y0, int 
 }
 
 // floor(n / d) for d > 0.
-int64_t Floor(int64_t n, int64_t d) { return n / d - ((n % d != 0 && n < 0) ? 1 : 0); }
+int64_t Floor(int64_t n, int64_t d) {
+    return n / d - ((n % d != 0 && n < 0) ? 1 : 0);
+}
 
 // The line's pixels from the rule: along the longer axis from the first point, one pixel per step,
 // the last point left out, the other coordinate the exact one rounded half up.
@@ -44,9 +48,11 @@ std::vector<std::pair<int64_t, int64_t>> LinePixels(int64_t x0, int64_t y0, int6
     const int64_t dx = x1 - x0, dy = y1 - y0;
     const int64_t adx = std::llabs(dx), ady = std::llabs(dy);
     if (adx >= ady) {
-        for (int64_t k = 0; k < adx; ++k) out.push_back({x0 + (dx > 0 ? k : -k), y0 + Floor(2 * dy * k + adx, 2 * adx)});
+        for (int64_t k = 0; k < adx; ++k)
+            out.push_back({x0 + (dx > 0 ? k : -k), y0 + Floor(2 * dy * k + adx, 2 * adx)});
     } else {
-        for (int64_t k = 0; k < ady; ++k) out.push_back({x0 + Floor(2 * dx * k + ady, 2 * ady), y0 + (dy > 0 ? k : -k)});
+        for (int64_t k = 0; k < ady; ++k)
+            out.push_back({x0 + Floor(2 * dx * k + ady, 2 * ady), y0 + (dy > 0 ? k : -k)});
     }
     return out;
 }
@@ -57,7 +63,8 @@ TEST(DrawMaskLine, DrawsFromTheFirstPointUpToButNotIncludingTheLast) {
     EXPECT_EQ(result, 1);
     EXPECT_EQ(Tz3GetErrorStatus(), 0);
     for (int y = 0; y < 6; ++y)
-        for (int x = 0; x < 10; ++x) EXPECT_EQ(TopDownBit(out, x, y), y == 1 && x >= 1 && x <= 4) << x << "," << y;
+        for (int x = 0; x < 10; ++x)
+            EXPECT_EQ(TopDownBit(out, x, y), y == 1 && x >= 1 && x <= 4) << x << "," << y;
     const auto diagonal = Draw(BlankMask(6, 6), 0, 0, 4, 4, &result);
     for (int i = 0; i < 4; ++i) EXPECT_TRUE(TopDownBit(diagonal, i, i));
     EXPECT_FALSE(TopDownBit(diagonal, 4, 4));
@@ -83,7 +90,8 @@ TEST(DrawMaskLine, MatchesTheRuleForRandomLinesClippedToTheSurface) {
         ASSERT_EQ(result, 1);
         std::vector<uint8_t> want(static_cast<size_t>(w) * h, 0);
         for (const auto &p : LinePixels(x0, y0, x1, y1))
-            if (p.first >= 0 && p.first < w && p.second >= 0 && p.second < h) want[p.second * w + p.first] = 1;
+            if (p.first >= 0 && p.first < w && p.second >= 0 && p.second < h)
+                want[p.second * w + p.first] = 1;
         for (int y = 0; y < h; ++y)
             for (int x = 0; x < w; ++x)
                 ASSERT_EQ(TopDownBit(out, x, y), want[y * w + x] != 0)
@@ -101,7 +109,8 @@ TEST(DrawMaskLine, ALockThatFailsGivesZeroWithoutAStatusAndABadSurfaceStatusNine
 }
 
 // Four-way fill of a grid from a seed, over cells equal to `from`.
-std::vector<uint8_t> FloodReference(std::vector<uint8_t> cells, int w, int h, int sx, int sy, uint8_t from, uint8_t to) {
+std::vector<uint8_t> FloodReference(std::vector<uint8_t> cells, int w, int h, int sx, int sy, uint8_t from,
+                                    uint8_t to) {
     if (sx < 0 || sx >= w || sy < 0 || sy >= h || cells[sy * w + sx] != from || from == to) return cells;
     std::deque<std::pair<int, int>> queue{{sx, sy}};
     cells[sy * w + sx] = to;
@@ -160,8 +169,9 @@ TEST(FloodMaskSide, MatchesAFourWayFillOnRandomMasks) {
             for (int x = 0; x < w; ++x) {
                 const bool wall = rng() % 100 < 35;
                 cells[y * w + x] = wall;
-                if (wall) mask[PixelOffset(mask) + RowBytes(1, w) * static_cast<size_t>(h - 1 - y) + x / 8] |=
-                    static_cast<uint8_t>(0x80 >> (x % 8));
+                if (wall)
+                    mask[PixelOffset(mask) + RowBytes(1, w) * static_cast<size_t>(h - 1 - y) + x / 8] |=
+                        static_cast<uint8_t>(0x80 >> (x % 8));
             }
         const int sx = static_cast<int>(rng() % w), sy = static_cast<int>(rng() % h);
         HandleGuard block(ToBlock(mask));
@@ -170,7 +180,8 @@ TEST(FloodMaskSide, MatchesAFourWayFillOnRandomMasks) {
         const auto want = FloodReference(cells, w, h, sx, sy, 0, 1);
         for (int y = 0; y < h; ++y)
             for (int x = 0; x < w; ++x)
-                ASSERT_EQ(TopDownBit(out, x, y), want[y * w + x] != 0) << Describe("fill", w, h, sx, sy, x, y);
+                ASSERT_EQ(TopDownBit(out, x, y), want[y * w + x] != 0)
+                    << Describe("fill", w, h, sx, sy, x, y);
     }
 }
 

@@ -10,9 +10,13 @@
 namespace tz3test {
 namespace {
 
-int32_t Trunc(double v) { return static_cast<int32_t>(v); }
+int32_t Trunc(double v) {
+    return static_cast<int32_t>(v);
+}
 
-int MapT(long i, float s) { return Trunc(static_cast<double>(static_cast<float>(i)) * static_cast<double>(s) + 0.5); }
+int MapT(long i, float s) {
+    return Trunc(static_cast<double>(static_cast<float>(i)) * static_cast<double>(s) + 0.5);
+}
 
 struct RefRun {
     long n;
@@ -43,11 +47,16 @@ struct Image {
     uint32_t Raw(int x, int y) {
         uint8_t *row = Row(y);
         switch (bits) {
-            case 1: return (row[x / 8] >> (7 - x % 8)) & 1;
-            case 4: return x % 2 == 0 ? row[x / 2] >> 4 : row[x / 2] & 15;
-            case 8: return row[x];
-            case 16: return row[2 * x] | (row[2 * x + 1] << 8);
-            case 24: return row[3 * x] | (row[3 * x + 1] << 8) | (row[3 * x + 2] << 16);
+            case 1:
+                return (row[x / 8] >> (7 - x % 8)) & 1;
+            case 4:
+                return x % 2 == 0 ? row[x / 2] >> 4 : row[x / 2] & 15;
+            case 8:
+                return row[x];
+            case 16:
+                return row[2 * x] | (row[2 * x + 1] << 8);
+            case 24:
+                return row[3 * x] | (row[3 * x + 1] << 8) | (row[3 * x + 2] << 16);
             default:
                 return row[4 * x] | (row[4 * x + 1] << 8) | (row[4 * x + 2] << 16) |
                        (static_cast<uint32_t>(row[4 * x + 3]) << 24);
@@ -56,10 +65,19 @@ struct Image {
     void PutRaw(int x, int y, uint32_t v) {
         uint8_t *row = Row(y);
         switch (bits) {
-            case 1: row[x / 8] |= static_cast<uint8_t>(v << (7 - x % 8)); break;
-            case 4: row[x / 2] |= static_cast<uint8_t>(x % 2 == 0 ? v << 4 : v); break;
-            case 8: row[x] = static_cast<uint8_t>(v); break;
-            case 16: row[2 * x] = static_cast<uint8_t>(v); row[2 * x + 1] = static_cast<uint8_t>(v >> 8); break;
+            case 1:
+                row[x / 8] |= static_cast<uint8_t>(v << (7 - x % 8));
+                break;
+            case 4:
+                row[x / 2] |= static_cast<uint8_t>(x % 2 == 0 ? v << 4 : v);
+                break;
+            case 8:
+                row[x] = static_cast<uint8_t>(v);
+                break;
+            case 16:
+                row[2 * x] = static_cast<uint8_t>(v);
+                row[2 * x + 1] = static_cast<uint8_t>(v >> 8);
+                break;
             case 24:
                 for (int k = 0; k < 3; ++k) row[3 * x + k] = static_cast<uint8_t>(v >> (8 * k));
                 break;
@@ -92,8 +110,8 @@ bool GrayPalette(const std::vector<uint8_t> &d) {
 
 }  // namespace
 
-ResizedImage ResizeReference(const std::vector<uint8_t> &srcIn, const std::vector<uint8_t> *maskIn, int newWidth,
-                             int newHeight, bool interpolate) {
+ResizedImage ResizeReference(const std::vector<uint8_t> &srcIn, const std::vector<uint8_t> *maskIn,
+                             int newWidth, int newHeight, bool interpolate) {
     std::vector<uint8_t> src = srcIn;
     Image s = View(src);
     // New image: header and table of the source, new size, zero rows.
@@ -120,8 +138,8 @@ ResizedImage ResizeReference(const std::vector<uint8_t> &srcIn, const std::vecto
     const float sy = static_cast<float>(newHeight) / static_cast<float>(H);
 
     const bool is565 = s.bits == 16 && Field32(src, 16) == 3 && Field32(src, 40) == 0xF800;
-    const bool average = interpolate && (s.bits == 16 || s.bits == 24 || s.bits == 32 ||
-                                         (s.bits == 8 && GrayPalette(src)));
+    const bool average =
+        interpolate && (s.bits == 16 || s.bits == 24 || s.bits == 32 || (s.bits == 8 && GrayPalette(src)));
     const int channels = s.bits == 8 ? 1 : 3;
     // Channel c of source pixel (x, y): the gray level, or blue, green, red.
     auto S = [&](int x, int y, int c) -> int {
@@ -141,7 +159,8 @@ ResizedImage ResizeReference(const std::vector<uint8_t> &srcIn, const std::vecto
             for (int i = 0; i < 256; ++i)
                 if (src[40 + 4 * i] == c[0]) t.PutRaw(x, y, static_cast<uint32_t>(i));
         } else if (s.bits == 16) {
-            const uint32_t b = c[0] * 31u / 255, g = is565 ? c[1] * 63u / 255 : c[1] * 31u / 255, r = c[2] * 31u / 255;
+            const uint32_t b = c[0] * 31u / 255, g = is565 ? c[1] * 63u / 255 : c[1] * 31u / 255,
+                           r = c[2] * 31u / 255;
             t.PutRaw(x, y, is565 ? (r << 11) | (g << 5) | b : (r << 10) | (g << 5) | b);
         } else {
             uint8_t *p = t.Row(y) + (s.bits / 8) * static_cast<size_t>(x);
@@ -227,13 +246,20 @@ ResizedImage ResizeReference(const std::vector<uint8_t> &srcIn, const std::vecto
                             }
                         c01[c] = MeanOfSum(s2, n2);
                     }
-                    if (nx >= 2 && ny >= 2) c11[c] = A;
-                    else if (nx == 1 && ny >= 2) c11[c] = c10[c];
-                    else if (nx >= 2 && ny == 1) c11[c] = c01[c];
-                    else if (X < W - 1 && Y < H - 1) c11[c] = S(X + 1, Y + 1, c);
-                    else if (X == W - 1 && Y < H - 1) c11[c] = S(X, Y + 1, c);
-                    else if (Y == H - 1 && X < W - 1) c11[c] = S(X + 1, Y, c);
-                    else c11[c] = S(X, Y, c);
+                    if (nx >= 2 && ny >= 2)
+                        c11[c] = A;
+                    else if (nx == 1 && ny >= 2)
+                        c11[c] = c10[c];
+                    else if (nx >= 2 && ny == 1)
+                        c11[c] = c01[c];
+                    else if (X < W - 1 && Y < H - 1)
+                        c11[c] = S(X + 1, Y + 1, c);
+                    else if (X == W - 1 && Y < H - 1)
+                        c11[c] = S(X, Y + 1, c);
+                    else if (Y == H - 1 && X < W - 1)
+                        c11[c] = S(X + 1, Y, c);
+                    else
+                        c11[c] = S(X, Y, c);
                 }
                 if (sx < 1.0f && sy < 1.0f) {
                     if (tx < newWidth && ty < newHeight) {
@@ -248,11 +274,11 @@ ResizedImage ResizeReference(const std::vector<uint8_t> &srcIn, const std::vecto
                             const float fx = static_cast<float>((1.0 / tw) * i);
                             int v[3];
                             for (int c = 0; c < channels; ++c) {
-                                const double value = ((c00[c] * (1.0 - fx) + c10[c] * static_cast<double>(fx)) *
-                                                      (1.0 - fy)) +
-                                                     ((c01[c] * (1.0 - fx) + c11[c] * static_cast<double>(fx)) *
-                                                      static_cast<double>(fy)) +
-                                                     0.5;
+                                const double value =
+                                    ((c00[c] * (1.0 - fx) + c10[c] * static_cast<double>(fx)) * (1.0 - fy)) +
+                                    ((c01[c] * (1.0 - fx) + c11[c] * static_cast<double>(fx)) *
+                                     static_cast<double>(fy)) +
+                                    0.5;
                                 int iv = Trunc(value);
                                 v[c] = iv < 0 ? 0 : iv > 255 ? 255 : iv;
                             }
