@@ -235,22 +235,53 @@ inline int32_t SpreadLevel(double v) {
     return std::min(static_cast<int32_t>(v), 255);
 }
 
-// The working memory of a walk, in one block: the column runs and, when the walk averages, a corner
-// record per column run and the per-column channel sums of a row run (four per column at most).
+// Target columns whose across terms are held at once while a row run is spread.
+constexpr int32_t kSpreadChunk = 1024;
+
+struct SpreadChunk {
+    double *across0 = nullptr;   // c00 (1 - fx) + c10 fx, per column and channel
+    double *across1 = nullptr;   // c01 (1 - fx) + c11 fx
+    int32_t *levels = nullptr;   // one row's results
+    int32_t *targets = nullptr;  // the target column of each entry
+};
+
+// The working memory of a walk, in one block: the column runs and, when the walk averages, the
+// spreading chunk, a corner record per column run and the per-column channel sums of a row run (four
+// per column at most). The doubles come first, where the block is aligned for them.
 struct WalkMemory {
+    static constexpr uint64_t kChunkBytes =
+        kSpreadChunk * (2 * 3 * sizeof(double) + 3 * sizeof(int32_t) + sizeof(int32_t));
     static uint64_t Bytes(int32_t width, bool average) {
-        const uint64_t perColumn = sizeof(Run) + (average ? sizeof(Corners) + 4 * sizeof(int32_t) : 0);
-        return static_cast<uint64_t>(width) * perColumn;
+        const uint64_t perColumn =
+            sizeof(Run) + (average ? 2 * 3 * sizeof(double) + sizeof(Corners) + 4 * sizeof(int32_t) : 0);
+        return static_cast<uint64_t>(width) * perColumn + (average ? kChunkBytes : 0);
     }
-    WalkMemory(uint8_t *block, int32_t width, bool average)
-        : columns(reinterpret_cast<Run *>(block)),
-          corners(average ? reinterpret_cast<Corners *>(block + sizeof(Run) * static_cast<size_t>(width)) : nullptr),
-          sums(average ? reinterpret_cast<int32_t *>(block +
-                                                     (sizeof(Run) + sizeof(Corners)) * static_cast<size_t>(width))
-                       : nullptr) {}
-    Run *columns;
-    Corners *corners;
-    int32_t *sums;
+    WalkMemory(uint8_t *block, int32_t width, bool average) {
+        const auto columnCount = static_cast<size_t>(width);
+        if (average) {
+            chunk.across0 = reinterpret_cast<double *>(block);
+            chunk.across1 = chunk.across0 + 3 * kSpreadChunk;
+            block += 2 * 3 * sizeof(double) * kSpreadChunk;
+            lower = reinterpret_cast<double *>(block);
+            upper = lower + 3 * columnCount;
+            block += 2 * 3 * sizeof(double) * columnCount;
+        }
+        columns = reinterpret_cast<Run *>(block);
+        block += sizeof(Run) * columnCount;
+        if (!average) return;
+        corners = reinterpret_cast<Corners *>(block);
+        block += sizeof(Corners) * columnCount;
+        sums = reinterpret_cast<int32_t *>(block);
+        block += 4 * sizeof(int32_t) * columnCount;
+        chunk.levels = reinterpret_cast<int32_t *>(block);
+        chunk.targets = chunk.levels + 3 * kSpreadChunk;
+    }
+    Run *columns = nullptr;
+    Corners *corners = nullptr;
+    int32_t *sums = nullptr;
+    double *lower = nullptr;  // a source row's channel values, for enlarging on both axes
+    double *upper = nullptr;  // the row above it (the same row at the top)
+    SpreadChunk chunk;
 };
 
 template <class Fmt>
@@ -265,6 +296,9 @@ class ResizeWalk {
           columns_(memory.columns),
           corners_(memory.corners),
           sums_(memory.sums),
+          chunk_(memory.chunk),
+          lower_(memory.lower),
+          upper_(memory.upper),
           paintCount_(paintCount) {}
 
     // Walks every row run; false with status 1 when cancelled.
@@ -469,44 +503,126 @@ class ResizeWalk {
 
     // At least one scale reaches 1: every tile spreads bilinearly between its four corners.
     void Spread(const Run &rows, bool reduceX, bool reduceY) {
+        if (!reduceX && !reduceY) {
+            SpreadEnlarged(rows);
+            return;
+        }
         const int32_t y = rows.first;
         for (int32_t k = 0; k < paintCount_; ++k)
             FindCorners(columns_[k], corners_[k], y, rows.count, reduceX, reduceY);
+        // The value is (across0 x (1 - fy)) + (across1 x fy) + 0.5 with across0 = c00 (1 - fx) + c10 fx
+        // and across1 = c01 (1 - fx) + c11 fx. The two across terms depend on the column alone, so
+        // they are worked out once per row run for a chunk of target columns, and each row of the
+        // run then costs two products and two sums per channel, in the same order as the formula.
+        constexpr int kCh = Fmt::kChannels;
         const Run *columns = columns_;
         const Corners *corners = corners_;
         const int32_t paintCount = paintCount_;
+        const SpreadChunk chunk = chunk_;
+        int32_t n = 0;
+        for (int32_t k = 0; k < paintCount; ++k) {
+            const Run c = columns[k];
+            const Corners &corner = corners[k];
+            const double colStep = 1.0 / c.span;
+            for (int32_t tx = c.target; tx < c.end; ++tx) {
+                if (n == kSpreadChunk) {
+                    PaintChunk(rows, n);
+                    n = 0;
+                }
+                // Weights run from 0 up to (n - 1) / n: 1 / n in double, its multiple rounded to single.
+                const float fx = static_cast<float>(colStep * (tx - c.target));
+                const double wx1 = fx;
+                const double wx0 = 1.0 - wx1;
+                for (int ch = 0; ch < kCh; ++ch) {
+                    chunk.across0[kCh * n + ch] =
+                        static_cast<double>(corner.c00[ch]) * wx0 + corner.c10[ch] * wx1;
+                    chunk.across1[kCh * n + ch] =
+                        static_cast<double>(corner.c01[ch]) * wx0 + corner.c11[ch] * wx1;
+                }
+                chunk.targets[n++] = tx;
+            }
+        }
+        if (n != 0) PaintChunk(rows, n);
+        for (int32_t ty = rows.target; ty < rows.end; ++ty) PaintMaskRow(y, ty);
+    }
+
+    // Both scales at least 1: every block is one pixel, and its corners are the pixel, its right
+    // neighbour, the pixel above and the one above right, each falling back to the pixel itself at
+    // the last column or row (the upper right one at either). The two rows are read once per run.
+    void SpreadEnlarged(const Run &rows) {
+        constexpr int kCh = Fmt::kChannels;
+        const int32_t y = rows.first;
+        const bool lastY = y >= height_ - 1;
+        const Fmt fmt = fmt_;
+        double *lower = lower_;
+        double *upper = lastY ? lower_ : upper_;
+        const int32_t paintCount = paintCount_;
+        const Run *columns = columns_;
+        // Columns up to the right neighbour of the last painting run.
+        const int32_t readEnd = paintCount == 0 ? 0 : std::min(columns[paintCount - 1].first + 2, width_);
+        int32_t c[3];
+        for (int32_t x = 0; x < readEnd; ++x) {
+            fmt.Fetch(SrcRow(y), x, c);
+            for (int ch = 0; ch < kCh; ++ch) lower[kCh * x + ch] = c[ch];
+            if (!lastY) {
+                fmt.Fetch(SrcRow(y + 1), x, c);
+                for (int ch = 0; ch < kCh; ++ch) upper[kCh * x + ch] = c[ch];
+            }
+        }
+        const SpreadChunk chunk = chunk_;
+        int32_t n = 0;
+        for (int32_t k = 0; k < paintCount; ++k) {
+            const Run run = columns[k];
+            const int32_t x = run.first;
+            const bool lastX = x >= width_ - 1;
+            const double *c00 = lower + kCh * x;
+            const double *c10 = lastX ? c00 : c00 + kCh;
+            const double *c01 = upper + kCh * x;
+            const double *c11 = lastX || lastY ? c00 : c01 + kCh;
+            const double colStep = 1.0 / run.span;
+            for (int32_t tx = run.target; tx < run.end; ++tx) {
+                if (n == kSpreadChunk) {
+                    PaintChunk(rows, n);
+                    n = 0;
+                }
+                const float fx = static_cast<float>(colStep * (tx - run.target));
+                const double wx1 = fx;
+                const double wx0 = 1.0 - wx1;
+                for (int ch = 0; ch < kCh; ++ch) {
+                    chunk.across0[kCh * n + ch] = c00[ch] * wx0 + c10[ch] * wx1;
+                    chunk.across1[kCh * n + ch] = c01[ch] * wx0 + c11[ch] * wx1;
+                }
+                chunk.targets[n++] = tx;
+            }
+        }
+        if (n != 0) PaintChunk(rows, n);
+        for (int32_t ty = rows.target; ty < rows.end; ++ty) PaintMaskRow(y, ty);
+    }
+
+    // Every row of the row run over the n target columns held in the chunk.
+    void PaintChunk(const Run &rows, int32_t n) {
+        constexpr int kCh = Fmt::kChannels;
+        const SpreadChunk chunk = chunk_;
         const Fmt fmt = fmt_;
         const double rowStep = 1.0 / rows.span;
+        const int32_t values = kCh * n;
+        // 24-bit pixels of consecutive columns are consecutive bytes: the values go straight there.
+        const bool straight = Fmt::kBits == 24 && chunk.targets[n - 1] - chunk.targets[0] == n - 1;
         for (int32_t ty = rows.target; ty < rows.end; ++ty) {
-            // Weights run from 0 up to (n - 1) / n: 1 / n in double, its multiple rounded to single.
             const float fy = static_cast<float>(rowStep * (ty - rows.target));
             const double wy1 = fy;
             const double wy0 = 1.0 - wy1;
-            uint8_t *dstRow = DstRow(ty);
-            for (int32_t k = 0; k < paintCount; ++k) {
-                const Run c = columns[k];
-                const Corners &corner = corners[k];
-                const double colStep = 1.0 / c.span;
-                double c00[3], c10[3], c01[3], c11[3];
-                for (int ch = 0; ch < Fmt::kChannels; ++ch) {
-                    c00[ch] = corner.c00[ch];
-                    c10[ch] = corner.c10[ch];
-                    c01[ch] = corner.c01[ch];
-                    c11[ch] = corner.c11[ch];
-                }
-                int32_t out[3];
-                for (int32_t tx = c.target; tx < c.end; ++tx) {
-                    const float fx = static_cast<float>(colStep * (tx - c.target));
-                    const double wx1 = fx;
-                    const double wx0 = 1.0 - wx1;
-                    for (int ch = 0; ch < Fmt::kChannels; ++ch) {
-                        out[ch] = SpreadLevel(((c00[ch] * wx0 + c10[ch] * wx1) * wy0) +
-                                              ((c01[ch] * wx0 + c11[ch] * wx1) * wy1) + 0.5);
-                    }
-                    fmt.Store(dstRow, tx, out);
-                }
+            if (straight) {
+                uint8_t *out = DstRow(ty) + 3 * static_cast<size_t>(chunk.targets[0]);
+                for (int32_t i = 0; i < values; ++i)
+                    out[i] = static_cast<uint8_t>(
+                        SpreadLevel(chunk.across0[i] * wy0 + chunk.across1[i] * wy1 + 0.5));
+                continue;
             }
-            PaintMaskRow(y, ty);
+            for (int32_t i = 0; i < values; ++i)
+                chunk.levels[i] = SpreadLevel(chunk.across0[i] * wy0 + chunk.across1[i] * wy1 + 0.5);
+            uint8_t *dstRow = DstRow(ty);
+            for (int32_t e = 0; e < n; ++e) fmt.Store(dstRow, chunk.targets[e], chunk.levels + kCh * e);
         }
     }
 
@@ -517,6 +633,9 @@ class ResizeWalk {
     const Run *columns_;
     Corners *corners_;
     int32_t *sums_;
+    SpreadChunk chunk_;
+    double *lower_;
+    double *upper_;
     int32_t paintCount_;  // column runs whose span starts inside the new image
     const int32_t width_ = DibWidth(job_.src);
     const int32_t height_ = DibHeight(job_.src);
