@@ -119,6 +119,8 @@ int RunRemoveNoise(const std::vector<std::string> &args);
 // Geometry.
 int RunRotation(const std::vector<std::string> &args);
 int RunAffine(const std::vector<std::string> &args);
+int RunResize(const std::vector<std::string> &args);
+int RunPanorama(const std::vector<std::string> &args);
 
 // Selection, new images and compositing.
 int RunSelectImage(const std::vector<std::string> &args);

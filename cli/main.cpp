@@ -66,6 +66,10 @@ const Command kCommands[] = {
      false, RunRotation, "turn by N hundredths of a degree about the centre, optionally mirrored first"},
     {"affine", "IN OUT --points X,Y,X,Y,X,Y,X,Y", false, RunAffine,
      "straighten the quadrilateral through four points into a rectangle"},
+    {"resize", "IN OUT --width W --height H [--interpolate] [--mask FILE [--mask-out FILE]]", false, RunResize,
+     "make the image (and its mask) W x H; --interpolate averages and spreads"},
+    {"panorama", "FIRST SECOND OUT --first X,Y,X,Y --second X,Y,X,Y [--seam none|left|right] [--back R,G,B]",
+     false, RunPanorama, "join two 24-bit pictures so that the two marked segments meet"},
 
     // Selection, new images and compositing.
     {"select-image", "IN OUT [--fill R,G,B] [--polygon X,Y,X,Y,... | --ellipse L,T,R,B] [--outside] [--mask-out FILE]",

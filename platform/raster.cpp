@@ -20,6 +20,7 @@
 #include "platform/raster.h"
 
 #include <cstring>
+#include <utility>
 
 #include "frame/dib.h"
 #include "frame/owners.h"
@@ -214,6 +215,125 @@ bool EllipseCovers(uint64_t u, uint64_t v, uint64_t w, uint64_t h) {
     return MeetsInterior(u, v, w, h) || MeetsInterior(v, u, h, w);
 }
 
+// ---- Seam line and flood fill ----
+
+// The line from (x0, y0) towards (x1, y1), the last point left out, clipped to the surface. Steps
+// run along the longer axis from the first point; the other coordinate is the exact one rounded
+// half up.
+void DrawOpenLine(const Surface &surface, int64_t x0, int64_t y0, int64_t x1, int64_t y1) {
+    const int64_t adx = x1 >= x0 ? x1 - x0 : x0 - x1;
+    const int64_t ady = y1 >= y0 ? y1 - y0 : y0 - y1;
+    const bool alongX = adx >= ady;
+    const int64_t du = alongX ? adx : ady;
+    if (du == 0) return;  // a line to its own first point draws nothing
+    const int64_t u0 = alongX ? x0 : y0;
+    const int64_t v0 = alongX ? y0 : x0;
+    const int64_t step = (alongX ? x1 - x0 : y1 - y0) > 0 ? 1 : -1;
+    const int64_t dv = alongX ? y1 - y0 : x1 - x0;
+    const int64_t uLimit = alongX ? surface.width : surface.height;
+    const int64_t vLimit = alongX ? surface.height : surface.width;
+    // Only the steps whose u lies on the surface: u = u0 + step k, 0 <= k < du.
+    int64_t kFirst = 0, kEnd = du;
+    if (step > 0) {
+        if (u0 < 0) kFirst = -u0;
+        if (u0 + du > uLimit) kEnd = uLimit - u0;
+    } else {
+        if (u0 >= uLimit) kFirst = u0 - (uLimit - 1);
+        if (u0 - du < -1) kEnd = u0 + 1;
+    }
+    for (int64_t k = kFirst; k < kEnd; ++k) {
+        const int64_t v = v0 + MulAddDivFloor(dv, 2 * k, du, 2 * du);
+        if (v < 0 || v >= vLimit) continue;
+        const int64_t u = u0 + step * k;
+        if (alongX) {
+            surface.Set(u, v);
+        } else {
+            surface.Set(v, u);
+        }
+    }
+}
+
+bool BitAt(const Surface &surface, int64_t x, int64_t y) {
+    return (surface.Row(y)[x >> 3] & (0x80u >> (x & 7))) != 0;
+}
+void PutBit(const Surface &surface, int64_t x, int64_t y, bool on) {
+    uint8_t &byte = surface.Row(y)[x >> 3];
+    const auto bit = static_cast<uint8_t>(0x80u >> (x & 7));
+    byte = static_cast<uint8_t>(on ? byte | bit : byte & ~bit);
+}
+
+// The table index a colour stands for on a two-entry surface: the nearer entry, the first on a tie.
+bool IndexOfColour(const uint8_t *dib, size_t size, uint32_t colour) {
+    const auto entry = [&](int i, int channel) -> int32_t {
+        const size_t at = kHeaderBytes + 4u * static_cast<size_t>(i) + static_cast<size_t>(channel);
+        return at < size ? dib[at] : 0;
+    };
+    const int32_t red = static_cast<int32_t>(colour & 0xFF), green = static_cast<int32_t>((colour >> 8) & 0xFF),
+                  blue = static_cast<int32_t>((colour >> 16) & 0xFF);
+    int32_t distance[2];
+    for (int i = 0; i < 2; ++i) {
+        const int32_t db = entry(i, 0) - blue, dg = entry(i, 1) - green, dr = entry(i, 2) - red;
+        distance[i] = db * db + dg * dg + dr * dr;
+    }
+    return distance[1] < distance[0];
+}
+
+// A stack of seed points whose memory comes from the block allocator and doubles as it fills.
+class SeedStack {
+public:
+    bool Push(int64_t x, int64_t y) {
+        if (count_ == capacity_) {
+            const size_t capacity = capacity_ == 0 ? 256 : capacity_ * 2;
+            OwnedBlock bigger = AllocLocked(uint64_t{capacity} * sizeof(Seed));
+            if (!bigger) return false;
+            if (count_ != 0) std::memcpy(bigger.bytes(), block_.bytes(), count_ * sizeof(Seed));
+            block_ = std::move(bigger);
+            capacity_ = capacity;
+        }
+        reinterpret_cast<Seed *>(block_.bytes())[count_++] = Seed{x, y};
+        return true;
+    }
+    bool Pop(int64_t &x, int64_t &y) {
+        if (count_ == 0) return false;
+        const Seed s = reinterpret_cast<Seed *>(block_.bytes())[--count_];
+        x = s.x;
+        y = s.y;
+        return true;
+    }
+
+private:
+    struct Seed {
+        int64_t x, y;
+    };
+    OwnedBlock block_;
+    size_t count_ = 0, capacity_ = 0;
+};
+
+// Scan-line fill: each seed grows into the run of surface pixels of its row, which is filled, and
+// every run of surface pixels touching it in the rows above and below gets one seed.
+bool FillFrom(const Surface &surface, int64_t x, int64_t y, bool from, bool to) {
+    SeedStack seeds;
+    if (!seeds.Push(x, y)) return false;
+    int64_t sx, sy;
+    while (seeds.Pop(sx, sy)) {
+        if (BitAt(surface, sx, sy) != from) continue;
+        int64_t left = sx, right = sx;
+        while (left > 0 && BitAt(surface, left - 1, sy) == from) --left;
+        while (right + 1 < surface.width && BitAt(surface, right + 1, sy) == from) ++right;
+        for (int64_t i = left; i <= right; ++i) PutBit(surface, i, sy, to);
+        for (const int64_t ny : {sy - 1, sy + 1}) {
+            if (ny < 0 || ny >= surface.height) continue;
+            bool inRun = false;
+            for (int64_t i = left; i <= right; ++i) {
+                const bool match = BitAt(surface, i, ny) == from;
+                if (match && !inRun && !seeds.Push(i, ny)) return false;
+                inRun = match;
+            }
+        }
+    }
+    return true;
+}
+
 }  // namespace
 
 int32_t PolygonToMask(DibHandle mask, const Tz3Point *points, int32_t count) {
@@ -276,6 +396,43 @@ int32_t EllipseToMask(DibHandle mask, int32_t l, int32_t t, int32_t r, int32_t b
             const int64_t x1 = r - 1 - inset < surface.width - 1 ? r - 1 - inset : surface.width - 1;
             if (x0 <= x1) SetSpan(surface.Row(y), x0, x1);
         }
+    }
+    SetErrorStatus(TZ3_OK);
+    return 1;
+}
+
+}  // namespace tz3
+
+namespace tz3 {
+
+int32_t DrawMaskLine(DibHandle mask, int32_t x0, int32_t y0, int32_t x1, int32_t y1) {
+    LockedBlock lock(mask);
+    if (!lock) return 0;
+    Surface surface;
+    if (!OpenSurface(lock, surface)) {
+        SetErrorStatus(TZ3_DRAWING_FAILED);
+        return 0;
+    }
+    DrawOpenLine(surface, x0, y0, x1, y1);
+    SetErrorStatus(TZ3_OK);
+    return 1;
+}
+
+int32_t FloodMaskSide(DibHandle mask, int32_t x, int32_t y, uint32_t surfaceColour, uint32_t fillColour) {
+    LockedBlock lock(mask);
+    if (!lock) return 0;
+    Surface surface;
+    if (!OpenSurface(lock, surface)) {
+        SetErrorStatus(TZ3_DIALOG_FAILED);
+        return 0;
+    }
+    const bool from = IndexOfColour(lock.bytes(), lock.size(), surfaceColour);
+    const bool to = IndexOfColour(lock.bytes(), lock.size(), fillColour);
+    const bool onSurface = x >= 0 && x < surface.width && y >= 0 && y < surface.height;
+    // A seed already of the fill colour would find its own pixels again and again: nothing to do.
+    if (onSurface && from != to && !FillFrom(surface, x, y, from, to)) {
+        SetErrorStatus(TZ3_DIALOG_FAILED);
+        return 0;
     }
     SetErrorStatus(TZ3_OK);
     return 1;

@@ -18,4 +18,16 @@ int32_t PolygonToMask(DibHandle mask, const Tz3Point *points, int32_t count);
 // not including column r and row b. Status 0 and 1 when drawn; status 9 and 0 when it cannot be.
 int32_t EllipseToMask(DibHandle mask, int32_t l, int32_t t, int32_t r, int32_t b);
 
+// Sets the pixels of a one-pixel-wide line from (x0, y0) up to but not including (x1, y1), clipped
+// to the surface. 1 with status 0 when drawn; 0 without a status when the mask cannot be locked; 0
+// with status 9 when the block is no 1-bit surface.
+int32_t DrawMaskLine(DibHandle mask, int32_t x0, int32_t y0, int32_t x1, int32_t y1);
+
+// Every pixel of the colour surfaceColour (0x00BBGGRR, matched to the nearer of the mask's two
+// table entries) that is joined to the seed (x, y) by horizontal and vertical steps through pixels
+// of that colour takes fillColour. A seed of another colour, or off the surface, fills nothing.
+// 1 with status 0 when done; 0 without a status when the mask cannot be locked; 0 with status 2
+// when the block is no 1-bit surface or the fill has no working memory.
+int32_t FloodMaskSide(DibHandle mask, int32_t x, int32_t y, uint32_t surfaceColour, uint32_t fillColour);
+
 }  // namespace tz3

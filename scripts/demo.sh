@@ -64,6 +64,17 @@ run rotation-90.png rotation "$out/sample.bmp" "$out/rotation-90.png" --angle 90
 run rotation-keep-size.png rotation "$out/sample.bmp" "$out/rotation-keep-size.png" --angle -4500 --keep-size \
   --flip-h
 run affine.png affine "$out/sample.bmp" "$out/affine.png" --points 60,40,600,20,620,460,30,430
+run resize-half.png resize "$out/sample.bmp" "$out/resize-half.png" --width 320 --height 240 --interpolate
+run resize-half.bmp resize "$out/sample.bmp" "$out/resize-half.bmp" --width 320 --height 240 --interpolate
+run resize-double.png resize "$out/sample.bmp" "$out/resize-double.png" --width 1280 --height 960
+run resize-smooth.png resize "$out/sample.bmp" "$out/resize-smooth.png" --width 1000 --height 300 --interpolate
+# The half-size card joined onto the whole one: its segment from (40,40) to (280,40) is laid on the
+# full card's (320,240) to (560,300), a little longer and pointing down to the right, so it comes out
+# slightly larger and turned clockwise; then only the part left of the segment's direction.
+run panorama.png panorama "$out/sample.bmp" "$out/resize-half.png" "$out/panorama.png" \
+  --first 320,240,560,300 --second 40,40,280,40 --back 40,40,40
+run panorama-seam.png panorama "$out/sample.bmp" "$out/resize-half.bmp" "$out/panorama-seam.png" \
+  --first 320,240,560,300 --second 40,40,280,40 --seam left
 
 # Selection, new images and compositing.
 run select-ellipse.png select-image "$out/sample.bmp" "$out/select-ellipse.png" --ellipse 120,80,520,400 \

@@ -28,6 +28,7 @@ required=(
 
   # geometry
   TZ3Rotation TZ3RotationEx TZ3Affine
+  TZ3Resize TZ3ResizeEx TZ3Panorama
 
   # selection, new images and compositing
   TZ3SelectImage TZ3SelectImageEx TZ3AutoSelectImage TZ3AutoSelectImageEx TZ3CreateImage TZ3CopyImage
