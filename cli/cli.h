@@ -112,5 +112,11 @@ int RunSetGray(const std::vector<std::string> &args);
 // Selection, new images and compositing.
 
 // Clipboard and the hidden mark.
+int RunSetToClipBrd(const std::vector<std::string> &args);
+int RunGetFromClipBrd(const std::vector<std::string> &args);
+int RunIsClipBrdData(const std::vector<std::string> &args);
+int RunClearClipBrd(const std::vector<std::string> &args);
+int RunSetSecretImage(const std::vector<std::string> &args);
+int RunCheckSecretImage(const std::vector<std::string> &args);
 
 }  // namespace tz3cli

@@ -3,7 +3,7 @@
 // xclip is started without a shell (posix_spawnp), with its standard streams on pipes or
 // /dev/null, and always waited for, also after a timeout (then it is killed first). `xclip -i`
 // reads the data, starts a copy of itself that owns the selection until another program takes it,
-// and exits; that copy is no child of ours. Because it may take the selection a moment after the
+// and exits; that copy is no child of ours, and it keeps no descriptor of this process open. Because it may take the selection a moment after the
 // first one exits, a store or an empty is only reported done once the selection's targets show it.
 #include "platform/clipboard_x11.h"
 
@@ -140,6 +140,9 @@ bool RunXclip(const char *const *args, const uint8_t *input, size_t inputSize, C
         posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
     }
     posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
+    // xclip leaves a copy of itself running to serve the selection; it must hold none of the
+    // caller's descriptors, or a reader of one of the caller's pipes would wait for it for ever.
+    posix_spawn_file_actions_addclosefrom_np(&actions, 3);
     pid_t pid = -1;
     const int spawned = posix_spawnp(&pid, argv[0], &actions, nullptr, const_cast<char *const *>(argv), environ);
     posix_spawn_file_actions_destroy(&actions);

@@ -39,3 +39,8 @@ run set-gray.png set-gray "$out/sample.bmp" "$out/set-gray.png"
 # Selection, new images and compositing.
 
 # Clipboard and the hidden mark.
+run secret-marked.bmp set-secret-image "$out/sample.bmp" "$out/secret-marked.bmp" --text "tz3effect" --size 48 \
+  --strength 12 --box 80,160,560,320
+run secret-found.png check-secret-image "$out/sample.bmp" "$out/secret-marked.bmp" "$out/secret-found.png" \
+  --threshold 6
+TZ3_CLIPBOARD=memory run "clipboard (in-process store)" set-to-clip-brd "$out/secret-marked.bmp"

@@ -28,6 +28,7 @@ required=(
   # selection, new images and compositing
 
   # clipboard and the hidden mark
+  TZ3GetFromClipBrd TZ3SetToClipBrd TZ3IsClipBrdData TZ3ClearClipBrd TZ3SetSecretImage TZ3CheckSecretImage
 
 )
 for name in "${required[@]}"; do

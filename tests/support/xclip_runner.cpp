@@ -21,6 +21,7 @@ int Run(const char *const *argv, const char *stdinPath, const char *stdoutPath) 
     posix_spawn_file_actions_addopen(&actions, 0, stdinPath, O_RDONLY, 0);
     posix_spawn_file_actions_addopen(&actions, 1, stdoutPath, O_WRONLY | O_CREAT | O_TRUNC, 0600);
     posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
+    posix_spawn_file_actions_addclosefrom_np(&actions, 3);
     pid_t pid = -1;
     const int spawned = posix_spawnp(&pid, argv[0], &actions, nullptr, const_cast<char *const *>(argv), environ);
     posix_spawn_file_actions_destroy(&actions);
