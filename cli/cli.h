@@ -131,5 +131,11 @@ int RunPasteImage(const std::vector<std::string> &args);
 int RunLayer(const std::vector<std::string> &args);
 
 // Clipboard and the hidden mark.
+int RunSetToClipBrd(const std::vector<std::string> &args);
+int RunGetFromClipBrd(const std::vector<std::string> &args);
+int RunIsClipBrdData(const std::vector<std::string> &args);
+int RunClearClipBrd(const std::vector<std::string> &args);
+int RunSetSecretImage(const std::vector<std::string> &args);
+int RunCheckSecretImage(const std::vector<std::string> &args);
 
 }  // namespace tz3cli

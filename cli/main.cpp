@@ -90,6 +90,16 @@ const Command kCommands[] = {
      RunLayer, "lay OVER on BASE by its top-left corner; its key colour lets BASE through (24-bit result)"},
 
     // Clipboard and the hidden mark.
+    {"set-to-clip-brd", "IN", false, RunSetToClipBrd, "put the image on the clipboard"},
+    {"get-from-clip-brd", "OUT", false, RunGetFromClipBrd, "write the clipboard's image to a file"},
+    {"is-clip-brd-data", "", false, RunIsClipBrdData, "print yes when the clipboard holds an image, else no"},
+    {"clear-clip-brd", "", false, RunClearClipBrd, "empty the clipboard"},
+    {"set-secret-image", "IN OUT (--text T [--face NAME] [--size PT] [--bold] [--italic] [--underline] "
+     "[--strikeout] [--direction 0-3] [--angle 0|90|180|270] [--box X0,Y0,X1,Y1] | --stamp FILE [--at X,Y]) "
+     "[--strength N]",
+     false, RunSetSecretImage, "hide a text or a 1-bit stamp in a 24-bit image as a faint shift of luma"},
+    {"check-secret-image", "PLAIN MARKED OUT [--threshold N]", false, RunCheckSecretImage,
+     "show the pixels whose luma rose by at least N (4) from PLAIN to MARKED"},
 };
 
 std::string UsageLine(const Command &command) {

@@ -121,3 +121,8 @@ run layer-keyed-kept.png layer "$out/sample.bmp" "$out/rgb-rev.png" "$out/layer-
   --key 127,127,127 --at 160,120 --keep-size
 
 # Clipboard and the hidden mark.
+run secret-marked.bmp set-secret-image "$out/sample.bmp" "$out/secret-marked.bmp" --text "tz3effect" --size 48 \
+  --strength 12 --box 80,160,560,320
+run secret-found.png check-secret-image "$out/sample.bmp" "$out/secret-marked.bmp" "$out/secret-found.png" \
+  --threshold 6
+TZ3_CLIPBOARD=memory run "clipboard (in-process store)" set-to-clip-brd "$out/secret-marked.bmp"

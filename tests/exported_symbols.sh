@@ -35,6 +35,7 @@ required=(
   TZ3PasteImage TZ3Layer
 
   # clipboard and the hidden mark
+  TZ3GetFromClipBrd TZ3SetToClipBrd TZ3IsClipBrdData TZ3ClearClipBrd TZ3SetSecretImage TZ3CheckSecretImage
 
 )
 for name in "${required[@]}"; do
