@@ -87,8 +87,8 @@ TEST(CheckSecretImage, SwappingTheImagesTurnsTheComparisonAround) {
     for (int y = 0; y < 4; ++y) {
         for (int x = 0; x < 20; ++x) {
             const size_t at = 40 + RowBytes(24, 20) * y + 3 * x;
-            const int fell = ReferenceLuma(plain[at + 2], plain[at + 1], plain[at]) -
-                             ReferenceLuma(marked[at + 2], marked[at + 1], marked[at]);
+            const int fell = ReferenceLumaByte(plain[at + 2], plain[at + 1], plain[at]) -
+                             ReferenceLumaByte(marked[at + 2], marked[at + 1], marked[at]);
             EXPECT_EQ(MaskBit(bits, x, y), fell >= 10) << x << "," << y;
         }
     }

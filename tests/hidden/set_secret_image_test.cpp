@@ -109,7 +109,7 @@ TEST(SetSecretImage, StrengthZeroStillTakesStampedPixelsThroughYcc) {
 TEST(SetSecretImage, AShiftThatWouldLeaveTheRangeIsLeftOut) {
     // A gray of luma 250: + 10 would pass 255, so Y stays and the pixel is as with strength 0.
     int level = 240;
-    while (level < 256 && ReferenceLuma(static_cast<uint8_t>(level), static_cast<uint8_t>(level),
+    while (level < 256 && ReferenceLumaByte(static_cast<uint8_t>(level), static_cast<uint8_t>(level),
                                         static_cast<uint8_t>(level)) != 250) {
         ++level;
     }
@@ -130,7 +130,7 @@ TEST(SetSecretImage, AShiftThatWouldLeaveTheRangeIsLeftOut) {
     // Five still fits (250 + 5 = 255) and shifts.
     HandleGuard five(MarkWithStamp(image.h, stampBlock.h, 5, 0, 0));
     const std::vector<uint8_t> out = FromBlock(five.h);
-    EXPECT_GT(ReferenceLuma(out[42], out[41], out[40]), 250);
+    EXPECT_GT(ReferenceLumaByte(out[42], out[41], out[40]), 250);
     EXPECT_EQ(out, ReferenceSecretMark(src, stamp, 5, 0, 0));
 }
 
@@ -144,7 +144,7 @@ TEST(SetSecretImage, ANegativeStrengthDarkensExceptBelowItsSize) {
     HandleGuard result(MarkWithStamp(image.h, stampBlock.h, -20, 0, 0));
     ASSERT_NE(result.h, nullptr);
     const std::vector<uint8_t> out = FromBlock(result.h);
-    EXPECT_LT(ReferenceLuma(out[42], out[41], out[40]), ReferenceLuma(100, 100, 100) - 15);
+    EXPECT_LT(ReferenceLumaByte(out[42], out[41], out[40]), ReferenceLumaByte(100, 100, 100) - 15);
     HandleGuard zero(MarkWithStamp(image.h, stampBlock.h, 0, 0, 0));
     const std::vector<uint8_t> unshifted = FromBlock(zero.h);
     EXPECT_TRUE(std::equal(out.begin() + 43, out.begin() + 46, unshifted.begin() + 43));

@@ -25,7 +25,7 @@ int Trunc255(double v) {
 
 }  // namespace
 
-int32_t ReferenceLuma(uint8_t red, uint8_t green, uint8_t blue) {
+int32_t ReferenceLumaByte(uint8_t red, uint8_t green, uint8_t blue) {
     const double sum = Entry(red, 0x3E991687) + Entry(green, 0x3F1645A2) + Entry(blue, 0x3DE978D5);
     return static_cast<int32_t>(static_cast<int64_t>(sum) & 0xFF);
 }
@@ -47,7 +47,7 @@ std::vector<uint8_t> ReferenceSecretMark(const std::vector<uint8_t> &image, cons
             if (ix < 0 || ix >= width || iy < 0 || iy >= height) continue;
             const size_t at = bits + stride * static_cast<size_t>(iy) + 3 * static_cast<size_t>(ix);
             const int blue = image[at], green = image[at + 1], red = image[at + 2];
-            int64_t y = ReferenceLuma(static_cast<uint8_t>(red), static_cast<uint8_t>(green),
+            int64_t y = ReferenceLumaByte(static_cast<uint8_t>(red), static_cast<uint8_t>(green),
                                       static_cast<uint8_t>(blue));
             const float cr = static_cast<float>(Entry(red, 0x3F000000) + Entry(green, 0xBED65E89) +
                                                 Entry(blue, 0xBDA685DB) + 128.0);
@@ -80,8 +80,8 @@ std::vector<uint8_t> ReferenceSecretCheck(const std::vector<uint8_t> &plain, con
         for (int x = 0; x < width; ++x) {
             const size_t p = PixelOffset(plain) + stride * y + 3 * x;
             const size_t m = PixelOffset(marked) + stride * y + 3 * x;
-            const int rise = ReferenceLuma(marked[m + 2], marked[m + 1], marked[m]) -
-                             ReferenceLuma(plain[p + 2], plain[p + 1], plain[p]);
+            const int rise = ReferenceLumaByte(marked[m + 2], marked[m + 1], marked[m]) -
+                             ReferenceLumaByte(plain[p + 2], plain[p + 1], plain[p]);
             if (rise >= threshold) mask[48 + maskStride * y + x / 8] |= static_cast<uint8_t>(0x80 >> (x % 8));
         }
     }

@@ -14,7 +14,7 @@ std::vector<uint8_t> ReferenceSecretMark(const std::vector<uint8_t> &image, cons
                                          int32_t strength, int32_t x0, int32_t y0);
 
 // The luma of a pixel: the three float table entries summed in double, truncated, low 8 bits.
-int32_t ReferenceLuma(uint8_t red, uint8_t green, uint8_t blue);
+int32_t ReferenceLumaByte(uint8_t red, uint8_t green, uint8_t blue);
 
 // The mask of the images' size with a bit set where luma(marked) - luma(plain) >= threshold.
 std::vector<uint8_t> ReferenceSecretCheck(const std::vector<uint8_t> &plain, const std::vector<uint8_t> &marked,
