@@ -12,6 +12,10 @@ int RunSetToClipBrd(const std::vector<std::string> &args) {
     if (TZ3SetToClipBrd(nullptr, image.dib.Get(), 1, 0, 0, 0) == 0) {
         TakeResult(nullptr, "set-to-clip-brd");
     }
+    // The library does not look at whether the clipboard took the block; ask it back, so that a
+    // clipboard that could not be reached is told here rather than at the next paste.
+    if (TZ3IsClipBrdData(nullptr) == 0)
+        throw Failure("set-to-clip-brd: the system clipboard could not be reached (is xclip installed?)");
     return 0;
 }
 

@@ -126,7 +126,8 @@ TEST_F(ClipboardHiddenCommands, TheStoreInsideTheProcessEndsWithTheTool) {
 TEST_F(ClipboardHiddenCommands, ASystemClipboardWithoutXclipIsReported) {
     WriteFile(Path("in.bmp"), BmpFromDib(Gray24(4, 4, 10)));
     const std::vector<std::string> env = {"DISPLAY=:9999", "TZ3_XCLIP=/nonexistent/xclip", "TZ3_CLIPBOARD=x11"};
-    ExpectFailure(RunTool({"set-to-clip-brd", Path("in.bmp")}, env), 1, "set-to-clip-brd: bad image or mask");
+    ExpectFailure(RunTool({"set-to-clip-brd", Path("in.bmp")}, env), 1,
+                  "set-to-clip-brd: the system clipboard could not be reached");
     ExpectFailure(RunTool({"clear-clip-brd"}, env), 1, "could not be reached");
     const ToolRun is = RunTool({"is-clip-brd-data"}, env);
     EXPECT_EQ(is.out, "no\n");
