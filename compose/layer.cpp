@@ -87,19 +87,19 @@ class RowSource {
     OwnedBlock scratch_;
 };
 
-struct LayerSpec {
+struct LayerParams {
     uint8_t opacity;
     Rgb key, back;
     int32_t layerX, layerY, keepSize, noDialog;
 };
 
-DibHandle LayerWorker(const LayerImage &base, const LayerImage &over, const LayerSpec &spec) {
+DibHandle LayerWorker(const LayerImage &base, const LayerImage &over, const LayerParams &params) {
     const int64_t wb = base.width, hb = base.height;
-    const int64_t overLeft = spec.layerX, overRight = spec.layerX + static_cast<int64_t>(over.width) - 1;
-    const int64_t overBottom = hb - over.height - static_cast<int64_t>(spec.layerY);
-    const int64_t overTop = hb - 1 - static_cast<int64_t>(spec.layerY);
+    const int64_t overLeft = params.layerX, overRight = params.layerX + static_cast<int64_t>(over.width) - 1;
+    const int64_t overBottom = hb - over.height - static_cast<int64_t>(params.layerY);
+    const int64_t overTop = hb - 1 - static_cast<int64_t>(params.layerY);
     int64_t x0 = 0, x1 = wb - 1, y0 = 0, y1 = hb - 1;
-    if (!spec.keepSize) {
+    if (!params.keepSize) {
         x0 = std::min({int64_t{0}, wb - 1, overLeft, overRight});
         x1 = std::max({int64_t{0}, wb - 1, overLeft, overRight});
         y0 = std::min({int64_t{0}, hb - 1, overBottom, overTop});
@@ -107,14 +107,14 @@ DibHandle LayerWorker(const LayerImage &base, const LayerImage &over, const Laye
     }
     OwnedBlock result = AllocResult24(x1 - x0 + 1, y1 - y0 + 1);
     if (!result) return nullptr;
-    OwnedBlock blendTable = BuildBlendTable(spec.opacity);
+    OwnedBlock blendTable = BuildBlendTable(params.opacity);
     if (!blendTable) return nullptr;
     RowSource baseRows, overRows;
     if (!baseRows.Open(base) || !overRows.Open(over)) return nullptr;
 
     const uint8_t *blend = blendTable.bytes();
-    const uint8_t back[3] = {spec.back.b, spec.back.g, spec.back.r};
-    const uint8_t key[3] = {spec.key.b, spec.key.g, spec.key.r};
+    const uint8_t back[3] = {params.back.b, params.back.g, params.back.r};
+    const uint8_t key[3] = {params.key.b, params.key.g, params.key.r};
     const size_t outStride = static_cast<uint32_t>(DibRowBytes(24, static_cast<int32_t>(x1 - x0 + 1)));
     uint8_t *outBits = DibBits(result.bytes());
     for (int64_t y = y0; y <= y1; ++y) {
@@ -143,7 +143,7 @@ DibHandle LayerWorker(const LayerImage &base, const LayerImage &over, const Laye
             }
         }
         if (PercentProgress(static_cast<int32_t>(y - y0), static_cast<int32_t>(y1 - y0), 0, 100,
-                            spec.noDialog) == 0) {
+                            params.noDialog) == 0) {
             SetErrorStatus(TZ3_CANCELLED);
             return nullptr;
         }
@@ -171,14 +171,14 @@ DibHandle LayerImageCore(DibHandle base, DibHandle over, int32_t opacity, int32_
     LayerImage baseImage, overImage;
     if (!CheckLayerImage(baseLock, baseImage) || !CheckLayerImage(overLock, overImage)) return nullptr;
     const auto byte = [](int32_t v) { return static_cast<uint8_t>(v); };
-    const LayerSpec spec{byte(opacity),
+    const LayerParams params{byte(opacity),
                          Rgb{byte(keyRed), byte(keyGreen), byte(keyBlue)},
                          Rgb{byte(backRed), byte(backGreen), byte(backBlue)},
                          layerX,
                          layerY,
                          keepSize,
                          noDialog};
-    return LayerWorker(baseImage, overImage, spec);
+    return LayerWorker(baseImage, overImage, params);
 }
 
 }  // namespace
