@@ -8,7 +8,6 @@
 
 #include "tool_test_support.h"
 // The private display of the unit tests, compiled into this program too.
-#include "support/xvfb_display.cpp"
 #include "support/xvfb_display.h"
 
 namespace tz3clitest {
