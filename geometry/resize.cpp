@@ -363,19 +363,28 @@ class ResizeWalk {
 
     // Both scales below 1, 24 bits: the mean of every block of a row run, in the order of the
     // target columns, which here are 0, 1, 2 ... The column sums of the run are 32-bit, the block
-    // sums too while a block holds fewer than 2^20 pixels; the mean is MeanDivider's product by the
-    // reciprocal of the count, which is the same for every channel and, within a row run of a given
-    // height, for every block of the same width, so the reciprocals are worked out again only when
-    // the run's height changes. Runs too tall for that take the general walk.
+    // sums too while a block holds fewer than 2^20 pixels, and the mean is MeanDivider's product by
+    // the reciprocal of the count. A block's count is its width times the run's height, and the
+    // widths of a reduction take few values, so while a count stays small the means of every sum
+    // from 0 to 255 x count are worked out once into a table (by that same product), and each
+    // block's three means are three look-ups. The tables are made again only when the run's height
+    // changes. Counts too large for a table take the product directly; runs too tall for 32-bit
+    // sums take the general walk.
+    static constexpr int32_t kMeanTables = 4;
+    static constexpr int32_t kMeanTableCount = 256;  // largest count with a table
+    static constexpr size_t kMeanTableBytes = 255 * kMeanTableCount + 1;
+
     bool WalkReduced24(float sy) {
         const int32_t n = paintCount_;
         const auto values = 3 * static_cast<size_t>(n);
-        OwnedBlock block =
-            AllocLocked(values * (sizeof(double) + sizeof(int32_t)) + sizeof(int32_t) * static_cast<size_t>(n));
+        OwnedBlock block = AllocLocked(values * (sizeof(double) + sizeof(int32_t)) +
+                                       sizeof(int32_t) * 2 * static_cast<size_t>(n) + kMeanTables * kMeanTableBytes);
         if (!block) return false;
         auto *reciprocals = reinterpret_cast<double *>(block.bytes());
         auto *blockSums = reinterpret_cast<int32_t *>(reciprocals + values);
         int32_t *widths = blockSums + values;
+        int32_t *tableOf = widths + n;  // table index of each block, -1 without one
+        uint8_t *tables = reinterpret_cast<uint8_t *>(tableOf + n);
         int32_t widest = 0;
         for (int32_t k = 0; k < n; ++k) {
             const Run &c = columns_[k];
@@ -383,7 +392,8 @@ class ResizeWalk {
             widest = std::max(widest, widths[k]);
         }
         const int32_t sumEnd = columns_[n - 1].first + widths[n - 1];  // columns the blocks read
-        int32_t reciprocalRows = 0;
+        int32_t preparedRows = 0;
+        bool allTabled = false;
         int32_t *sums = sums_;
         for (int64_t y = 0; y < height_;) {
             const Run rows = NextRun(y, sy, job_.newHeight);
@@ -394,12 +404,9 @@ class ResizeWalk {
                 if (int64_t{widest} * rowsIn >= (1 << 20)) {
                     AverageBlocks(rows);
                 } else {
-                    if (rowsIn != reciprocalRows) {
-                        reciprocalRows = rowsIn;
-                        for (int32_t k = 0; k < n; ++k) {
-                            const double r = 1.0 / (widths[k] * rowsIn);
-                            reciprocals[3 * k] = reciprocals[3 * k + 1] = reciprocals[3 * k + 2] = r;
-                        }
+                    if (rowsIn != preparedRows) {
+                        preparedRows = rowsIn;
+                        allTabled = PrepareMeans(widths, n, rowsIn, reciprocals, tableOf, tables);
                     }
                     const auto sumBytes = 3 * static_cast<size_t>(sumEnd);
                     const uint8_t *first = SrcRow(rows.first);
@@ -409,6 +416,7 @@ class ResizeWalk {
                         for (size_t i = 0; i < sumBytes; ++i) sums[i] += row[i];
                     }
                     const Run *columns = columns_;
+                    uint8_t *out = DstRow(rows.target);
                     for (int32_t k = 0; k < n; ++k) {
                         const int32_t *s = sums + 3 * static_cast<size_t>(columns[k].first);
                         int32_t b = s[0], g = s[1], r = s[2];
@@ -417,15 +425,23 @@ class ResizeWalk {
                             g += s[3 * i + 1];
                             r += s[3 * i + 2];
                         }
-                        blockSums[3 * k] = b;
-                        blockSums[3 * k + 1] = g;
-                        blockSums[3 * k + 2] = r;
+                        if (allTabled || tableOf[k] >= 0) {
+                            const uint8_t *table = tables + kMeanTableBytes * static_cast<size_t>(tableOf[k]);
+                            out[3 * k] = table[b];
+                            out[3 * k + 1] = table[g];
+                            out[3 * k + 2] = table[r];
+                        } else {
+                            blockSums[3 * k] = b;
+                            blockSums[3 * k + 1] = g;
+                            blockSums[3 * k + 2] = r;
+                        }
                     }
-                    uint8_t *out = DstRow(rows.target);
-                    for (size_t i = 0; i < values; ++i) {
-                        const auto quotient = static_cast<float>(
-                            static_cast<double>(static_cast<float>(blockSums[i])) * reciprocals[i]);
-                        out[i] = static_cast<uint8_t>(static_cast<int32_t>(static_cast<double>(quotient) + 0.5));
+                    if (!allTabled) {
+                        for (int32_t k = 0; k < n; ++k) {
+                            if (tableOf[k] >= 0) continue;
+                            for (size_t i = 3 * static_cast<size_t>(k); i < 3 * static_cast<size_t>(k) + 3; ++i)
+                                out[i] = MeanByReciprocal(blockSums[i], reciprocals[k]);
+                        }
                     }
                     if (dstMask_ != nullptr) {
                         for (int32_t k = 0; k < n; ++k)
@@ -438,6 +454,41 @@ class ResizeWalk {
             y += rows.count;
         }
         return true;
+    }
+
+    // MeanDivider's mean of a sum whose count is below 2^20, from the count's reciprocal in double.
+    static uint8_t MeanByReciprocal(int32_t sum, double reciprocal) {
+        const auto quotient = static_cast<float>(static_cast<double>(static_cast<float>(sum)) * reciprocal);
+        return static_cast<uint8_t>(static_cast<int32_t>(static_cast<double>(quotient) + 0.5));
+    }
+
+    // Reciprocals of every block's count for runs of rowsIn rows and, for up to kMeanTables small
+    // counts, the table of means of every possible sum; true when every block has a table.
+    static bool PrepareMeans(const int32_t *widths, int32_t n, int32_t rowsIn, double *reciprocals,
+                             int32_t *tableOf, uint8_t *tables) {
+        int32_t tabledWidth[kMeanTables];
+        int32_t made = 0;
+        bool all = true;
+        for (int32_t k = 0; k < n; ++k) {
+            const int32_t count = widths[k] * rowsIn;
+            reciprocals[k] = 1.0 / count;
+            tableOf[k] = -1;
+            if (count > kMeanTableCount) {
+                all = false;
+                continue;
+            }
+            for (int32_t t = 0; t < made; ++t)
+                if (tabledWidth[t] == widths[k]) tableOf[k] = t;
+            if (tableOf[k] < 0 && made < kMeanTables) {
+                uint8_t *table = tables + kMeanTableBytes * static_cast<size_t>(made);
+                for (int32_t sum = 0; sum <= 255 * count; ++sum)
+                    table[sum] = MeanByReciprocal(sum, reciprocals[k]);
+                tabledWidth[made] = widths[k];
+                tableOf[k] = made++;
+            }
+            if (tableOf[k] < 0) all = false;
+        }
+        return all;
     }
 
     // Both scales at least 1, 24 bits. The across terms c00 (1 - fx) + c10 fx of a source row depend
