@@ -362,11 +362,11 @@ class ResizeWalk {
     }
 
     // Both scales below 1, 24 bits: the mean of every block of a row run, in the order of the
-    // target columns, which here are 0, 1, 2 ... The column sums of the run are 32-bit, the block
-    // sums too while a block holds fewer than 2^20 pixels, and the mean is MeanDivider's product by
-    // the reciprocal of the count. A block's count is its width times the run's height, and the
-    // widths of a reduction take few values, so while a count stays small the means of every sum
-    // from 0 to 255 x count are worked out once into a table (by that same product), and each
+    // target columns, which here are 0, 1, 2 ... The column sums of the run are 16 or 32-bit, the
+    // block sums 32-bit while a block holds fewer than 2^20 pixels, and the mean is MeanDivider's
+    // product by the reciprocal of the count. A block's count is its width times the run's height,
+    // and the widths of a reduction take few values, so while a count stays small the means of every
+    // sum from 0 to 255 x count are worked out once into a table (by that same product), and each
     // block's three means are three look-ups. The tables are made again only when the run's height
     // changes. Counts too large for a table take the product directly; runs too tall for 32-bit
     // sums take the general walk.
@@ -377,8 +377,9 @@ class ResizeWalk {
     bool WalkReduced24(float sy) {
         const int32_t n = paintCount_;
         const auto values = 3 * static_cast<size_t>(n);
-        OwnedBlock block = AllocLocked(values * (sizeof(double) + sizeof(int32_t)) +
-                                       sizeof(int32_t) * 2 * static_cast<size_t>(n) + kMeanTables * kMeanTableBytes);
+        OwnedBlock block =
+            AllocLocked(values * (sizeof(double) + sizeof(int32_t)) +
+                        sizeof(int32_t) * 2 * static_cast<size_t>(n) + kMeanTables * kMeanTableBytes);
         if (!block) return false;
         auto *reciprocals = reinterpret_cast<double *>(block.bytes());
         auto *blockSums = reinterpret_cast<int32_t *>(reciprocals + values);
@@ -409,17 +410,18 @@ class ResizeWalk {
                     }
                     // Column sums of up to 257 rows of levels fit 16 bits, which halves their traffic.
                     if (rowsIn <= 257)
-                        SumBlocks24(rows.first, yEnd, sumEnd, reinterpret_cast<uint16_t *>(sums_), widths, tableOf,
-                                    tables, allTabled, blockSums, DstRow(rows.target));
+                        SumBlocks24(rows.first, yEnd, sumEnd, reinterpret_cast<uint16_t *>(sums_), widths,
+                                    tableOf, tables, allTabled, blockSums, DstRow(rows.target));
                     else
-                        SumBlocks24(rows.first, yEnd, sumEnd, sums_, widths, tableOf, tables, allTabled, blockSums,
-                                    DstRow(rows.target));
+                        SumBlocks24(rows.first, yEnd, sumEnd, sums_, widths, tableOf, tables, allTabled,
+                                    blockSums, DstRow(rows.target));
                     const Run *columns = columns_;
                     uint8_t *out = DstRow(rows.target);
                     if (!allTabled) {
                         for (int32_t k = 0; k < n; ++k) {
                             if (tableOf[k] >= 0) continue;
-                            for (size_t i = 3 * static_cast<size_t>(k); i < 3 * static_cast<size_t>(k) + 3; ++i)
+                            for (size_t i = 3 * static_cast<size_t>(k); i < 3 * static_cast<size_t>(k) + 3;
+                                 ++i)
                                 out[i] = MeanByReciprocal(blockSums[i], reciprocals[k]);
                         }
                     }
@@ -637,8 +639,8 @@ class ResizeWalk {
                         const uint8_t *row = SrcRow(y), *above = SrcRow(y + 1);
                         for (int32_t tx = lastStart; tx < paintEnd; ++tx)
                             for (int ch = 0; ch < 3; ++ch)
-                                exactEdge[3 * tx + ch] = static_cast<uint16_t>(above[at0[tx] + ch] * exact0[tx] +
-                                                                               row[at0[tx] + ch] * exact1[tx]);
+                                exactEdge[3 * tx + ch] = static_cast<uint16_t>(
+                                    above[at0[tx] + ch] * exact0[tx] + row[at0[tx] + ch] * exact1[tx]);
                     }
                     // The sums are never negative and the divisor is 2^shift, so the division is
                     // the shift, which the compiler cannot know for a divisor found at run time.
@@ -673,8 +675,9 @@ class ResizeWalk {
                         const uint8_t *row = SrcRow(y), *above = SrcRow(y + 1);
                         for (int32_t tx = lastStart; tx < paintEnd; ++tx)
                             for (int ch = 0; ch < 3; ++ch)
-                                edgeTerms[3 * tx + ch] = static_cast<double>(above[at0[tx] + ch]) * weight0[tx] +
-                                                         static_cast<double>(row[at0[tx] + ch]) * weight1[tx];
+                                edgeTerms[3 * tx + ch] =
+                                    static_cast<double>(above[at0[tx] + ch]) * weight0[tx] +
+                                    static_cast<double>(row[at0[tx] + ch]) * weight1[tx];
                     }
                     const double rowStep = 1.0 / rows.span;
                     for (int32_t ty = rows.target; ty < rows.end; ++ty) {
@@ -686,7 +689,8 @@ class ResizeWalk {
                         for (size_t i = 0; i < end; ++i)
                             out[i] = static_cast<uint8_t>(SpreadLevel(lower[i] * wy0 + upper[i] * wy1 + 0.5));
                         for (size_t i = end; i < values; ++i)
-                            out[i] = static_cast<uint8_t>(SpreadLevel(lower[i] * wy0 + edgeTerms[i] * wy1 + 0.5));
+                            out[i] =
+                                static_cast<uint8_t>(SpreadLevel(lower[i] * wy0 + edgeTerms[i] * wy1 + 0.5));
                     }
                 }
                 for (int32_t ty = rows.target; ty < rows.end; ++ty) PaintMaskRow(y, ty);

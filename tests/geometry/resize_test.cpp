@@ -152,14 +152,29 @@ TEST(TZ3Resize, LargeReductionsAndEnlargementsMatchTheLiteralWalk) {
 // without a mask, against the literal walk.
 TEST(TZ3Resize, TwentyFourBitAveragingOfWholeRowsMatchesTheLiteralWalkAtEveryKindOfRatio) {
     std::mt19937 rng(603);
-    const int sizes[][4] = {
-        // Doubling, four and eight times, one and a half times: tiles of 2^m pixels.
-        {37, 23, 74, 46}, {9, 7, 36, 28}, {5, 4, 40, 32}, {6, 6, 9, 9}, {11, 5, 22, 40}, {3, 2, 128, 256},
-        // Tiles of other lengths, mixed lengths, very long tiles, the same size.
-        {17, 13, 51, 39}, {13, 11, 32, 29}, {7, 5, 333, 301}, {2, 2, 150, 3}, {19, 19, 19, 19}, {1, 1, 5, 70},
-        // Halving and odd reductions, blocks with remnants at the edge.
-        {64, 48, 32, 24}, {101, 77, 50, 38}, {97, 61, 7, 5}, {33, 31, 10, 3}, {300, 280, 11, 13},
-        {999, 3, 2, 1}, {45, 301, 44, 1}, {50, 50, 49, 49}};
+    const int sizes[][4] = {// Doubling, four and eight times, one and a half times: tiles of 2^m pixels.
+                            {37, 23, 74, 46},
+                            {9, 7, 36, 28},
+                            {5, 4, 40, 32},
+                            {6, 6, 9, 9},
+                            {11, 5, 22, 40},
+                            {3, 2, 128, 256},
+                            // Tiles of other lengths, mixed lengths, very long tiles, the same size.
+                            {17, 13, 51, 39},
+                            {13, 11, 32, 29},
+                            {7, 5, 333, 301},
+                            {2, 2, 150, 3},
+                            {19, 19, 19, 19},
+                            {1, 1, 5, 70},
+                            // Halving and odd reductions, blocks with remnants at the edge.
+                            {64, 48, 32, 24},
+                            {101, 77, 50, 38},
+                            {97, 61, 7, 5},
+                            {33, 31, 10, 3},
+                            {300, 280, 11, 13},
+                            {999, 3, 2, 1},
+                            {45, 301, 44, 1},
+                            {50, 50, 49, 49}};
     for (const auto &s : sizes) {
         for (int variant = 0; variant < 2; ++variant) {
             // A flat white source puts every spread value at its top, 255.5.
