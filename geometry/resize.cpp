@@ -620,7 +620,7 @@ class ResizeWalk {
                 const int32_t y = rows.first;
                 const bool lastY = y >= height_ - 1;
                 int32_t p = 0;
-                while ((1 << p) < rows.span) ++p;
+                while (p < 7 && (1 << p) < rows.span) ++p;
                 const bool exact = exactX && (1 << p) == rows.span && shiftX + p <= 7;
                 const size_t split = 3 * static_cast<size_t>(lastStart);
                 if (exact) {
