@@ -301,10 +301,15 @@ class ResizeWalk {
           upper_(memory.upper),
           paintCount_(paintCount) {}
 
-    // Walks every row run; false with status 1 when cancelled.
+    // Walks every row run; false with status 1 when cancelled (or 3 when a 24-bit whole-row path
+    // cannot have its tables).
     bool WalkRows(float sx, float sy) {
         const bool reduceX = !(sx >= 1.0f);
         const bool reduceY = !(sy >= 1.0f);
+        if constexpr (Fmt::kBits == 24) {
+            if (job_.average && !reduceX && !reduceY && ColumnsTile()) return WalkEnlarged24(sy);
+            if (job_.average && reduceX && reduceY && TargetsConsecutive()) return WalkReduced24(sy);
+        }
         for (int64_t y = 0; y < height_;) {
             const Run rows = NextRun(y, sy, job_.newHeight);
             if (rows.target < job_.newHeight) {
@@ -330,6 +335,372 @@ class ResizeWalk {
     }
 
   private:
+    // ---- 24-bit whole rows ----
+    // When the painting column runs cover the target columns 0 .. end - 1 one after another, with
+    // no overlap, a target row is one run of bytes and every value in it can be worked out by a
+    // plain loop over per-column tables made once per call.
+    bool ColumnsTile() const {
+        if (paintCount_ == 0 || columns_[0].target != 0) return false;
+        for (int32_t k = 1; k < paintCount_; ++k)
+            if (columns_[k].target != columns_[k - 1].end) return false;
+        return true;
+    }
+
+    // With both scales below 1 each painting column run writes the one target column k.
+    bool TargetsConsecutive() const {
+        for (int32_t k = 0; k < paintCount_; ++k)
+            if (columns_[k].target != k) return false;
+        return paintCount_ > 0;
+    }
+
+    bool Progress(const Run &rows) const {
+        if (PercentProgress(rows.first, height_ - 1, 0, job_.percentHigh, job_.noDialog) == 0) {
+            SetErrorStatus(TZ3_CANCELLED);
+            return false;
+        }
+        return true;
+    }
+
+    // Both scales below 1, 24 bits: the mean of every block of a row run, in the order of the
+    // target columns, which here are 0, 1, 2 ... The column sums of the run are 16 or 32-bit, the
+    // block sums 32-bit while a block holds fewer than 2^20 pixels, and the mean is MeanDivider's
+    // product by the reciprocal of the count. A block's count is its width times the run's height,
+    // and the widths of a reduction take few values, so while a count stays small the means of every
+    // sum from 0 to 255 x count are worked out once into a table (by that same product), and each
+    // block's three means are three look-ups. The tables are made again only when the run's height
+    // changes. Counts too large for a table take the product directly; runs too tall for 32-bit
+    // sums take the general walk.
+    static constexpr int32_t kMeanTables = 4;
+    static constexpr int32_t kMeanTableCount = 256;  // largest count with a table
+    static constexpr size_t kMeanTableBytes = 255 * kMeanTableCount + 1;
+
+    bool WalkReduced24(float sy) {
+        const int32_t n = paintCount_;
+        const auto values = 3 * static_cast<size_t>(n);
+        OwnedBlock block =
+            AllocLocked(values * (sizeof(double) + sizeof(int32_t)) +
+                        sizeof(int32_t) * 2 * static_cast<size_t>(n) + kMeanTables * kMeanTableBytes);
+        if (!block) return false;
+        auto *reciprocals = reinterpret_cast<double *>(block.bytes());
+        auto *blockSums = reinterpret_cast<int32_t *>(reciprocals + values);
+        int32_t *widths = blockSums + values;
+        int32_t *tableOf = widths + n;  // table index of each block, -1 without one
+        uint8_t *tables = reinterpret_cast<uint8_t *>(tableOf + n);
+        int32_t widest = 0;
+        for (int32_t k = 0; k < n; ++k) {
+            const Run &c = columns_[k];
+            widths[k] = static_cast<int32_t>(std::min<int64_t>(int64_t{c.first} + c.count, width_) - c.first);
+            widest = std::max(widest, widths[k]);
+        }
+        const int32_t sumEnd = columns_[n - 1].first + widths[n - 1];  // columns the blocks read
+        int32_t preparedRows = 0;
+        bool allTabled = false;
+        for (int64_t y = 0; y < height_;) {
+            const Run rows = NextRun(y, sy, job_.newHeight);
+            if (rows.target < job_.newHeight) {
+                const int32_t yEnd =
+                    static_cast<int32_t>(std::min<int64_t>(int64_t{rows.first} + rows.count, height_));
+                const int32_t rowsIn = yEnd - rows.first;
+                if (int64_t{widest} * rowsIn >= (1 << 20)) {
+                    AverageBlocks(rows);
+                } else {
+                    if (rowsIn != preparedRows) {
+                        preparedRows = rowsIn;
+                        allTabled = PrepareMeans(widths, n, rowsIn, reciprocals, tableOf, tables);
+                    }
+                    // Column sums of up to 257 rows of levels fit 16 bits, which halves their traffic.
+                    if (rowsIn <= 257)
+                        SumBlocks24(rows.first, yEnd, sumEnd, reinterpret_cast<uint16_t *>(sums_), widths,
+                                    tableOf, tables, allTabled, blockSums, DstRow(rows.target));
+                    else
+                        SumBlocks24(rows.first, yEnd, sumEnd, sums_, widths, tableOf, tables, allTabled,
+                                    blockSums, DstRow(rows.target));
+                    const Run *columns = columns_;
+                    uint8_t *out = DstRow(rows.target);
+                    if (!allTabled) {
+                        for (int32_t k = 0; k < n; ++k) {
+                            if (tableOf[k] >= 0) continue;
+                            for (size_t i = 3 * static_cast<size_t>(k); i < 3 * static_cast<size_t>(k) + 3;
+                                 ++i)
+                                out[i] = MeanByReciprocal(blockSums[i], reciprocals[k]);
+                        }
+                    }
+                    if (dstMask_ != nullptr) {
+                        for (int32_t k = 0; k < n; ++k)
+                            if (SrcMaskBit(columns[k].first, rows.first))
+                                OrBits(MaskRow(rows.target), columns[k].target, columns[k].target);
+                    }
+                }
+            }
+            if (!Progress(rows)) return false;
+            y += rows.count;
+        }
+        return true;
+    }
+
+    // The column sums of rows y .. yEnd - 1, then each block's sums, with the means of the blocks
+    // that have a table written out and the others' sums kept for the product.
+    template <class Sum>
+    void SumBlocks24(int32_t y, int32_t yEnd, int32_t sumEnd, Sum *sums, const int32_t *widths,
+                     const int32_t *tableOf, const uint8_t *tables, bool allTabled, int32_t *blockSums,
+                     uint8_t *out) const {
+        const auto sumBytes = 3 * static_cast<size_t>(sumEnd);
+        const uint8_t *first = SrcRow(y);
+        for (size_t i = 0; i < sumBytes; ++i) sums[i] = first[i];
+        for (int32_t yy = y + 1; yy < yEnd; ++yy) {
+            const uint8_t *row = SrcRow(yy);
+            for (size_t i = 0; i < sumBytes; ++i) sums[i] = static_cast<Sum>(sums[i] + row[i]);
+        }
+        const Run *columns = columns_;
+        const int32_t n = paintCount_;
+        for (int32_t k = 0; k < n; ++k) {
+            const Sum *s = sums + 3 * static_cast<size_t>(columns[k].first);
+            int32_t b = s[0], g = s[1], r = s[2];
+            for (int32_t i = 1; i < widths[k]; ++i) {
+                b += s[3 * i];
+                g += s[3 * i + 1];
+                r += s[3 * i + 2];
+            }
+            if (allTabled || tableOf[k] >= 0) {
+                const uint8_t *table = tables + kMeanTableBytes * static_cast<size_t>(tableOf[k]);
+                out[3 * k] = table[b];
+                out[3 * k + 1] = table[g];
+                out[3 * k + 2] = table[r];
+            } else {
+                blockSums[3 * k] = b;
+                blockSums[3 * k + 1] = g;
+                blockSums[3 * k + 2] = r;
+            }
+        }
+    }
+
+    // MeanDivider's mean of a sum whose count is below 2^20, from the count's reciprocal in double.
+    static uint8_t MeanByReciprocal(int32_t sum, double reciprocal) {
+        const auto quotient = static_cast<float>(static_cast<double>(static_cast<float>(sum)) * reciprocal);
+        return static_cast<uint8_t>(static_cast<int32_t>(static_cast<double>(quotient) + 0.5));
+    }
+
+    // Reciprocals of every block's count for runs of rowsIn rows and, for up to kMeanTables small
+    // counts, the table of means of every possible sum; true when every block has a table.
+    static bool PrepareMeans(const int32_t *widths, int32_t n, int32_t rowsIn, double *reciprocals,
+                             int32_t *tableOf, uint8_t *tables) {
+        int32_t tabledWidth[kMeanTables];
+        int32_t made = 0;
+        bool all = true;
+        for (int32_t k = 0; k < n; ++k) {
+            const int32_t count = widths[k] * rowsIn;
+            reciprocals[k] = 1.0 / count;
+            tableOf[k] = -1;
+            if (count > kMeanTableCount) {
+                all = false;
+                continue;
+            }
+            for (int32_t t = 0; t < made; ++t)
+                if (tabledWidth[t] == widths[k]) tableOf[k] = t;
+            if (tableOf[k] < 0 && made < kMeanTables) {
+                uint8_t *table = tables + kMeanTableBytes * static_cast<size_t>(made);
+                for (int32_t sum = 0; sum <= 255 * count; ++sum)
+                    table[sum] = MeanByReciprocal(sum, reciprocals[k]);
+                tabledWidth[made] = widths[k];
+                tableOf[k] = made++;
+            }
+            if (tableOf[k] < 0) all = false;
+        }
+        return all;
+    }
+
+    // Both scales at least 1, 24 bits. The across terms c00 (1 - fx) + c10 fx of a source row depend
+    // on that row alone, and the upper terms c01 (1 - fx) + c11 fx of one row run are the lower terms
+    // of the next, so each source row's terms are worked out once and kept for the next run. Two
+    // places differ and are worked out apart: at the last source column c11 falls back to c00, which
+    // lies in the lower row, and at the last source row both upper corners are c00.
+    //
+    // When the tiles of a row run are 2^m columns by 2^p rows, every weight is i / 2^m or j / 2^p
+    // exactly, every product and sum of the formula is exact in double (fewer than 53 bits), so the
+    // value is the exact rational number and its truncation is an integer division: with
+    // a = c00 (2^M - i') + c10 i' over the common column denominator 2^M, the result is
+    // (a0 (2^p - j) + a1 j + 2^(M+p-1)) / 2^(M+p), which never exceeds 255. Such runs are worked in
+    // 16-bit integers while M + p stays at most 7; all others in double, as the formula is written.
+    bool WalkEnlarged24(float sy) {
+        const int32_t paintEnd = columns_[paintCount_ - 1].end;
+        const auto values = 3 * static_cast<size_t>(paintEnd);
+        // Per target column: source byte offsets of c00 and c10, the weights in double and, when
+        // every column span is a power of two, in integers over 2^shiftX.
+        int32_t shiftX = 0;
+        bool exactX = true;
+        for (int32_t k = 0; k < paintCount_; ++k) {
+            const int32_t span = columns_[k].span;
+            if ((span & (span - 1)) != 0 || span > 64) {
+                exactX = false;
+                break;
+            }
+            int32_t m = 0;
+            while ((1 << m) < span) ++m;
+            shiftX = std::max(shiftX, m);
+        }
+        const uint64_t perColumn = 2 * sizeof(int32_t) + 2 * sizeof(double) + 2 * sizeof(uint16_t);
+        const uint64_t perValue = 4 * sizeof(double) + 4 * sizeof(uint16_t);
+        OwnedBlock block = AllocLocked(static_cast<uint64_t>(paintEnd) * perColumn + values * perValue);
+        if (!block) return false;
+        auto *weight0 = reinterpret_cast<double *>(block.bytes());
+        double *weight1 = weight0 + paintEnd;
+        double *rowTerms[2] = {weight1 + paintEnd, weight1 + paintEnd + values};
+        double *flatTerms = rowTerms[1] + values;
+        double *edgeTerms = flatTerms + values;  // upper terms at the last source column
+        auto *at0 = reinterpret_cast<int32_t *>(edgeTerms + values);
+        int32_t *at1 = at0 + paintEnd;
+        auto *exact0 = reinterpret_cast<uint16_t *>(at1 + paintEnd);
+        uint16_t *exact1 = exact0 + paintEnd;
+        uint16_t *exactRowTerms[2] = {exact1 + paintEnd, exact1 + paintEnd + values};
+        uint16_t *exactFlat = exactRowTerms[1] + values;
+        uint16_t *exactEdge = exactFlat + values;
+        int32_t lastStart = paintEnd;  // first target column painted from the last source column
+        for (int32_t k = 0; k < paintCount_; ++k) {
+            const Run &c = columns_[k];
+            const bool lastX = c.first >= width_ - 1;
+            if (lastX) lastStart = std::min(lastStart, c.target);
+            const double colStep = 1.0 / c.span;
+            int32_t m = 0;
+            while (exactX && (1 << m) < c.span) ++m;
+            for (int32_t tx = c.target; tx < c.end; ++tx) {
+                const float fx = static_cast<float>(colStep * (tx - c.target));
+                weight1[tx] = fx;
+                weight0[tx] = 1.0 - weight1[tx];
+                at0[tx] = 3 * c.first;
+                at1[tx] = lastX ? at0[tx] : at0[tx] + 3;
+                if (exactX) {
+                    exact1[tx] = static_cast<uint16_t>((tx - c.target) << (shiftX - m));
+                    exact0[tx] = static_cast<uint16_t>((c.span - (tx - c.target)) << (shiftX - m));
+                }
+            }
+        }
+        // The lower terms of a source row; c10 is c00 at the last column.
+        auto termsOf = [&](int32_t y, double *out) {
+            const uint8_t *row = SrcRow(y);
+            for (int32_t tx = 0; tx < paintEnd; ++tx) {
+                const uint8_t *p0 = row + at0[tx];
+                const uint8_t *p1 = row + at1[tx];
+                const double w0 = weight0[tx], w1 = weight1[tx];
+                for (int ch = 0; ch < 3; ++ch)
+                    out[3 * tx + ch] = static_cast<double>(p0[ch]) * w0 + static_cast<double>(p1[ch]) * w1;
+            }
+        };
+        auto exactTermsOf = [&](int32_t y, uint16_t *out) {
+            const uint8_t *row = SrcRow(y);
+            for (int32_t tx = 0; tx < paintEnd; ++tx) {
+                const uint8_t *p0 = row + at0[tx];
+                const uint8_t *p1 = row + at1[tx];
+                const uint16_t w0 = exact0[tx], w1 = exact1[tx];
+                for (int ch = 0; ch < 3; ++ch)
+                    out[3 * tx + ch] = static_cast<uint16_t>(p0[ch] * w0 + p1[ch] * w1);
+            }
+        };
+        // Two source rows' terms are kept, in double and in integers; a row is worked out only
+        // when it is not among them, into the slot that does not hold the row to keep.
+        int32_t heldRow[2] = {-1, -1}, exactHeldRow[2] = {-1, -1};
+        auto held = [&](int32_t y, int32_t keep) -> const double * {
+            for (int i = 0; i < 2; ++i)
+                if (heldRow[i] == y) return rowTerms[i];
+            const int slot = heldRow[0] == keep ? 1 : 0;
+            termsOf(y, rowTerms[slot]);
+            heldRow[slot] = y;
+            return rowTerms[slot];
+        };
+        auto exactHeld = [&](int32_t y, int32_t keep) -> const uint16_t * {
+            for (int i = 0; i < 2; ++i)
+                if (exactHeldRow[i] == y) return exactRowTerms[i];
+            const int slot = exactHeldRow[0] == keep ? 1 : 0;
+            exactTermsOf(y, exactRowTerms[slot]);
+            exactHeldRow[slot] = y;
+            return exactRowTerms[slot];
+        };
+        for (int64_t yRun = 0; yRun < height_;) {
+            const Run rows = NextRun(yRun, sy, job_.newHeight);
+            if (rows.target < job_.newHeight) {
+                const int32_t y = rows.first;
+                const bool lastY = y >= height_ - 1;
+                int32_t p = 0;
+                while (p < 7 && (1 << p) < rows.span) ++p;
+                const bool exact = exactX && (1 << p) == rows.span && shiftX + p <= 7;
+                const size_t split = 3 * static_cast<size_t>(lastStart);
+                if (exact) {
+                    const uint16_t *lower = exactHeld(y, -1);
+                    const uint16_t *upper;
+                    if (lastY) {
+                        // Both upper corners are c00.
+                        const uint8_t *row = SrcRow(y);
+                        for (int32_t tx = 0; tx < paintEnd; ++tx)
+                            for (int ch = 0; ch < 3; ++ch)
+                                exactFlat[3 * tx + ch] = static_cast<uint16_t>(row[at0[tx] + ch] << shiftX);
+                        upper = exactFlat;
+                    } else {
+                        upper = exactHeld(y + 1, y);
+                        lower = exactHeld(y, y + 1);
+                        const uint8_t *row = SrcRow(y), *above = SrcRow(y + 1);
+                        for (int32_t tx = lastStart; tx < paintEnd; ++tx)
+                            for (int ch = 0; ch < 3; ++ch)
+                                exactEdge[3 * tx + ch] = static_cast<uint16_t>(
+                                    above[at0[tx] + ch] * exact0[tx] + row[at0[tx] + ch] * exact1[tx]);
+                    }
+                    // The sums are never negative and the divisor is 2^shift, so the division is
+                    // the shift, which the compiler cannot know for a divisor found at run time.
+                    const auto shift = static_cast<uint32_t>(shiftX + p);
+                    const auto half = static_cast<uint16_t>((1u << shift) / 2);
+                    for (int32_t ty = rows.target; ty < rows.end; ++ty) {
+                        const auto j = static_cast<uint16_t>(ty - rows.target);
+                        const auto wy0 = static_cast<uint16_t>(rows.span - j);
+                        uint8_t *out = DstRow(ty);
+                        const size_t end = lastY ? values : split;
+                        for (size_t i = 0; i < end; ++i)
+                            out[i] = static_cast<uint8_t>(
+                                static_cast<uint16_t>(lower[i] * wy0 + upper[i] * j + half) >> shift);
+                        for (size_t i = end; i < values; ++i)
+                            out[i] = static_cast<uint8_t>(
+                                static_cast<uint16_t>(lower[i] * wy0 + exactEdge[i] * j + half) >> shift);
+                    }
+                } else {
+                    const double *lower = held(y, -1);
+                    const double *upper;
+                    if (lastY) {
+                        const uint8_t *row = SrcRow(y);
+                        for (int32_t tx = 0; tx < paintEnd; ++tx)
+                            for (int ch = 0; ch < 3; ++ch) {
+                                const auto c = static_cast<double>(row[at0[tx] + ch]);
+                                flatTerms[3 * tx + ch] = c * weight0[tx] + c * weight1[tx];
+                            }
+                        upper = flatTerms;
+                    } else {
+                        upper = held(y + 1, y);
+                        lower = held(y, y + 1);
+                        const uint8_t *row = SrcRow(y), *above = SrcRow(y + 1);
+                        for (int32_t tx = lastStart; tx < paintEnd; ++tx)
+                            for (int ch = 0; ch < 3; ++ch)
+                                edgeTerms[3 * tx + ch] =
+                                    static_cast<double>(above[at0[tx] + ch]) * weight0[tx] +
+                                    static_cast<double>(row[at0[tx] + ch]) * weight1[tx];
+                    }
+                    const double rowStep = 1.0 / rows.span;
+                    for (int32_t ty = rows.target; ty < rows.end; ++ty) {
+                        const float fy = static_cast<float>(rowStep * (ty - rows.target));
+                        const double wy1 = fy;
+                        const double wy0 = 1.0 - wy1;
+                        uint8_t *out = DstRow(ty);
+                        const size_t end = lastY ? values : split;
+                        for (size_t i = 0; i < end; ++i)
+                            out[i] = static_cast<uint8_t>(SpreadLevel(lower[i] * wy0 + upper[i] * wy1 + 0.5));
+                        for (size_t i = end; i < values; ++i)
+                            out[i] =
+                                static_cast<uint8_t>(SpreadLevel(lower[i] * wy0 + edgeTerms[i] * wy1 + 0.5));
+                    }
+                }
+                for (int32_t ty = rows.target; ty < rows.end; ++ty) PaintMaskRow(y, ty);
+            }
+            if (!Progress(rows)) return false;
+            yRun += rows.count;
+        }
+        return true;
+    }
+
     const uint8_t *SrcRow(int32_t y) const { return srcBits_ + srcStride_ * static_cast<size_t>(y); }
     uint8_t *DstRow(int32_t y) const { return DibBits(dst_) + dstStride_ * static_cast<size_t>(y); }
     uint8_t *MaskRow(int32_t y) const { return DibBits(dstMask_) + maskStride_ * static_cast<size_t>(y); }

@@ -146,6 +146,74 @@ TEST(TZ3Resize, LargeReductionsAndEnlargementsMatchTheLiteralWalk) {
     }
 }
 
+// Twenty-four-bit averaging works whole target rows at once: power-of-two tiles in integers,
+// other tiles in double with each source row's terms kept for the next run, and reductions through
+// tables of means for small blocks and products for large ones. Every kind of ratio, with and
+// without a mask, against the literal walk.
+TEST(TZ3Resize, TwentyFourBitAveragingOfWholeRowsMatchesTheLiteralWalkAtEveryKindOfRatio) {
+    std::mt19937 rng(603);
+    const int sizes[][4] = {// Doubling, four and eight times, one and a half times: tiles of 2^m pixels.
+                            {37, 23, 74, 46},
+                            {9, 7, 36, 28},
+                            {5, 4, 40, 32},
+                            {6, 6, 9, 9},
+                            {11, 5, 22, 40},
+                            {3, 2, 128, 256},
+                            // Tiles of other lengths, mixed lengths, very long tiles, the same size.
+                            {17, 13, 51, 39},
+                            {13, 11, 32, 29},
+                            {7, 5, 333, 301},
+                            {2, 2, 150, 3},
+                            {19, 19, 19, 19},
+                            {1, 1, 5, 70},
+                            // Halving and odd reductions, blocks with remnants at the edge.
+                            {64, 48, 32, 24},
+                            {101, 77, 50, 38},
+                            {97, 61, 7, 5},
+                            {33, 31, 10, 3},
+                            {300, 280, 11, 13},
+                            {999, 3, 2, 1},
+                            {45, 301, 44, 1},
+                            {50, 50, 49, 49}};
+    for (const auto &s : sizes) {
+        for (int variant = 0; variant < 2; ++variant) {
+            // A flat white source puts every spread value at its top, 255.5.
+            std::vector<uint8_t> src = RandomDib(rng, s[0], s[1], 24);
+            if (variant == 1 && s[0] < 40)
+                for (size_t i = PixelOffset(src); i < src.size(); ++i) src[i] = 255;
+            const auto mask = RandomMask(rng, s[0], s[1]);
+            HandleGuard image(ToBlock(src));
+            HandleGuard maskBlock(ToBlock(mask));
+            const bool withMask = variant == 0;
+            const ResizedImage want = ResizeReference(src, withMask ? &mask : nullptr, s[2], s[3], true);
+            const Result got = Resize(image.h, withMask ? maskBlock.h : nullptr, s[2], s[3], 1);
+            const std::string what = Describe("case", s[0], s[1], s[2], s[3], variant);
+            ASSERT_NE(got.pair.image, nullptr) << what;
+            ASSERT_EQ(got.image, want.image) << what;
+            if (withMask) {
+                ASSERT_EQ(got.mask, want.mask) << what;
+            } else {
+                EXPECT_EQ(got.pair.mask, nullptr) << what;
+            }
+            ExpectCallerBlocksUnchanged(image.h, src, maskBlock.h);
+        }
+    }
+    // Random sizes on both sides of 1 on each axis.
+    for (int trial = 0; trial < 60; ++trial) {
+        const int w = 1 + static_cast<int>(rng() % 40), h = 1 + static_cast<int>(rng() % 40);
+        const int newW = 1 + static_cast<int>(rng() % 90), newH = 1 + static_cast<int>(rng() % 90);
+        const auto src = RandomDib(rng, w, h, 24);
+        const auto mask = RandomMask(rng, w, h);
+        HandleGuard image(ToBlock(src));
+        HandleGuard maskBlock(ToBlock(mask));
+        const ResizedImage want = ResizeReference(src, &mask, newW, newH, true);
+        const Result got = Resize(image.h, maskBlock.h, newW, newH, 1);
+        const std::string what = Describe("random", w, h, newW, newH);
+        ASSERT_EQ(got.image, want.image) << what;
+        ASSERT_EQ(got.mask, want.mask) << what;
+    }
+}
+
 TEST(TZ3Resize, SameSizeReplicationGivesBackTheSourcePixelsInEveryDepth) {
     std::mt19937 rng(603);
     for (const Format f : kFormats) {
