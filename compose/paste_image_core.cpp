@@ -24,6 +24,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <type_traits>
 
 #include "frame/arith.h"
 #include "frame/maths.h"
@@ -124,6 +125,11 @@ bool SetBitSpan(const uint8_t *row, int32_t count, int32_t *first, int32_t *last
     while (byteAt(j) == 0) --j;
     *last = 8 * j + 7 - __builtin_ctz(byteAt(j));
     return true;
+}
+
+// out[i] = the blend of s[i] over t[i], for count bytes, through the call's table.
+void BlendBytes(const uint8_t *s, const uint8_t *t, size_t count, const uint8_t *blend, uint8_t *out) {
+    for (size_t i = 0; i < count; ++i) out[i] = blend[static_cast<size_t>(s[i]) << 8 | t[i]];
 }
 
 // Everything about the walk that stays the same over the image.
@@ -299,26 +305,57 @@ struct PasteWalker {
                 if (f.maskBits != nullptr) fixedMask = f.maskBits + f.maskStride * static_cast<size_t>(row);
             }
         }
-        for (int64_t x = x0; x <= x1; ++x, out += 3) {
-            const int64_t tx = x + f.pasteX;
-            const bool inTarget = tgtRow != nullptr && tx >= 0 && tx < f.targetWidth;
-            const Rgb under = inTarget ? tgt(tgtRow, static_cast<int32_t>(tx)) : f.back;
-            Rgb s = under;
-            if (rowInBox && x >= f.minX && x <= f.maxX) {
-                if (fixedSrc != nullptr) {
-                    const int64_t px = x - f.minX;
-                    const int64_t col = f.rightTurn == 0 ? px : f.width - 1 - px;
-                    if (col >= 0 && col < f.width &&
-                        (fixedMask == nullptr || MaskBitSet(fixedMask, static_cast<int32_t>(col)))) {
-                        s = src(fixedSrc, static_cast<int32_t>(col));
+        // Columns xa..xb, each pixel placed and read on its own.
+        const auto pixels = [&](int64_t xa, int64_t xb, uint8_t *at) {
+            for (int64_t x = xa; x <= xb; ++x, at += 3) {
+                const int64_t tx = x + f.pasteX;
+                const bool inTarget = tgtRow != nullptr && tx >= 0 && tx < f.targetWidth;
+                const Rgb under = inTarget ? tgt(tgtRow, static_cast<int32_t>(tx)) : f.back;
+                Rgb s = under;
+                if (rowInBox && x >= f.minX && x <= f.maxX) {
+                    if (fixedSrc != nullptr) {
+                        const int64_t px = x - f.minX;
+                        const int64_t col = f.rightTurn == 0 ? px : f.width - 1 - px;
+                        if (col >= 0 && col < f.width &&
+                            (fixedMask == nullptr || MaskBitSet(fixedMask, static_cast<int32_t>(col)))) {
+                            s = src(fixedSrc, static_cast<int32_t>(col));
+                        }
+                    } else if (f.rightTurn >= 0) {
+                        s = NearestSource(x, y, tx, ty);
+                    } else {
+                        s = FilteredSource(x, y, tx, ty);
                     }
-                } else if (f.rightTurn >= 0) {
-                    s = NearestSource(x, y, tx, ty);
-                } else {
-                    s = FilteredSource(x, y, tx, ty);
                 }
+                Store(at, s, inTarget ? under : s);
             }
-            Store(out, s, inTarget ? under : s);
+        };
+        // Unturned and unmasked, a source row lies on the target row at a fixed offset: where both
+        // cover the result, every pixel is the blend of the two at columns that step together, so
+        // that stretch needs no placing and no bounds. Only the columns either side of it are
+        // placed one by one.
+        if (f.rightTurn == 0 && f.maskBits == nullptr && fixedSrc != nullptr && tgtRow != nullptr) {
+            const int64_t lo = std::max({x0, f.minX, -f.pasteX});
+            const int64_t hi = std::min({x1, f.maxX, f.minX + f.width - 1, f.targetWidth - 1 - f.pasteX});
+            if (lo <= hi) {
+                pixels(x0, lo - 1, out);
+                BlendSpan(fixedSrc, lo - f.minX, tgtRow, lo + f.pasteX, hi - lo + 1, out + 3 * (lo - x0));
+                pixels(hi + 1, x1, out + 3 * (hi + 1 - x0));
+                return;
+            }
+        }
+        pixels(x0, x1, out);
+    }
+
+    // count pixels of a source row from column col blended over a target row from column tx.
+    void BlendSpan(const uint8_t *srcRow, int64_t col, const uint8_t *tgtRow, int64_t tx, int64_t count,
+                   uint8_t *out) const {
+        if constexpr (std::is_same_v<SrcRead, ByteReader<3>> && std::is_same_v<TgtRead, ByteReader<3>>) {
+            // Both rows are blue-green-red bytes already, channel for channel in the result's order.
+            BlendBytes(srcRow + 3 * col, tgtRow + 3 * tx, static_cast<size_t>(3 * count), f.blend, out);
+        } else {
+            for (int64_t i = 0; i < count; ++i, out += 3) {
+                Store(out, src(srcRow, static_cast<int32_t>(col + i)), tgt(tgtRow, static_cast<int32_t>(tx + i)));
+            }
         }
     }
 };

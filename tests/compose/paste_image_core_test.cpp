@@ -805,3 +805,49 @@ TEST(PasteImageCore, LongSourcesAtRightAnglesMatchReferenceWhereTheTurnRoundsThe
         }
     }
 }
+
+// Unturned and unmasked, the stretch where source and target overlap is blended a whole row at a
+// time; these cases put that stretch everywhere: inside, cut on either side, absent, wider sources
+// than targets and the reverse, for every depth pair and every low byte of the opacity.
+TEST(PasteImageCore, UnturnedUnmaskedPastesMatchReferenceWhereverTheOverlapFalls) {
+    std::mt19937 rng(7303);
+    int opacity = 0;
+    for (const Format sf : kFormats) {
+        for (const Format tf : kFormats) {
+            for (int trial = 0; trial < 8; ++trial) {
+                const int sw = 1 + static_cast<int>(rng() % 33), sh = 1 + static_cast<int>(rng() % 7);
+                const int tw = 1 + static_cast<int>(rng() % 33), th = 1 + static_cast<int>(rng() % 7);
+                const std::vector<uint8_t> source = RandomSource(rng, sf, sw, sh);
+                const std::vector<uint8_t> target = RandomSource(rng, tf, tw, th);
+                PasteSettings s = RandomSettings(rng, tw, th);
+                s.angle = 0;
+                s.opacity = opacity;
+                opacity = (opacity + 11) % 512;
+                s.pasteX = static_cast<int32_t>(rng() % (tw + sw + 4)) - (sw / 2 + 2);
+                s.pasteY = static_cast<int32_t>(rng() % (th + sh + 4)) - (sh / 2 + 2);
+                s.keepSize = trial % 2;
+                const std::string what = "source " + FormatName(sf) + " target " + FormatName(tf);
+                ASSERT_NO_FATAL_FAILURE(ExpectMatchesReference(target, source, nullptr, s, what));
+            }
+        }
+    }
+}
+
+// Every opacity 0..511 over 24-bit rows on both sides, where the overlap is read byte by byte.
+TEST(PasteImageCore, UnturnedUnmasked24BitPastesMatchReferenceForEveryOpacity) {
+    std::mt19937 rng(7304);
+    const Format f24{24, false};
+    for (int opacity = 0; opacity < 512; ++opacity) {
+        const int sw = 1 + static_cast<int>(rng() % 33), sh = 1 + static_cast<int>(rng() % 5);
+        const int tw = 1 + static_cast<int>(rng() % 33), th = 1 + static_cast<int>(rng() % 5);
+        const std::vector<uint8_t> source = RandomSource(rng, f24, sw, sh);
+        const std::vector<uint8_t> target = RandomSource(rng, f24, tw, th);
+        PasteSettings s = RandomSettings(rng, tw, th);
+        s.angle = 0;
+        s.opacity = opacity;
+        s.pasteX = static_cast<int32_t>(rng() % (tw + sw + 4)) - (sw / 2 + 2);
+        s.pasteY = static_cast<int32_t>(rng() % (th + sh + 4)) - (sh / 2 + 2);
+        s.keepSize = opacity % 2;
+        ASSERT_NO_FATAL_FAILURE(ExpectMatchesReference(target, source, nullptr, s, "24 over 24"));
+    }
+}
