@@ -597,6 +597,55 @@ TEST(PasteImageCore, BlendTableEqualsTheRuleForEveryOpacityAndPair) {
     }
 }
 
+// The row blend, which works the bytes out without the table where the table allows, gives the
+// rule's byte for every opacity and every pair, also over short runs that start and end at odd
+// places; and with the table marked as not the quotient, the table's own bytes.
+TEST(PasteImageCore, RowBlendEqualsTheRuleForEveryOpacityAndPair) {
+    std::vector<uint8_t> s(65536), t(65536), out(65536);
+    for (int i = 0; i < 65536; ++i) {
+        s[i] = static_cast<uint8_t>(i >> 8);
+        t[i] = static_cast<uint8_t>(i & 255);
+    }
+    for (int a = 0; a < 256; ++a) {
+        tz3::OwnedBlock table = tz3::BuildBlendTable(static_cast<uint8_t>(a));
+        ASSERT_TRUE(table);
+        const tz3::RowBlend blend = tz3::MakeRowBlend(table.bytes(), static_cast<uint8_t>(a));
+        for (const bool quotient : {blend.quotient, false}) {
+            const tz3::RowBlend use{blend.table, blend.opacity, quotient};
+            tz3::BlendBytes(s.data(), t.data(), s.size(), use, out.data());
+            int wrong = 0;
+            for (int i = 0; i < 65536; ++i) wrong += out[i] != RefBlend(s[i], t[i], a);
+            EXPECT_EQ(wrong, 0) << "opacity " << a << " quotient " << quotient;
+        }
+        // A short run from an odd place leaves the bytes around it alone.
+        std::vector<uint8_t> part(80, 0xA5);
+        const size_t from = 255 * 256 - 7;  // runs over the pair 255, 0 at its eighth byte
+        tz3::BlendBytes(&s[from], &t[from], 61, blend, &part[3]);
+        for (size_t i = 0; i < part.size(); ++i) {
+            const bool inside = i >= 3 && i < 64;
+            const uint8_t want = inside ? RefBlend(s[from + i - 3], t[from + i - 3], a) : 0xA5;
+            ASSERT_EQ(part[i], want) << "opacity " << a << " byte " << i;
+        }
+    }
+}
+
+// A table that differs from the quotient in a single pair is not taken for it, and rows then give
+// the table's bytes.
+TEST(PasteImageCore, RowBlendFollowsATableThatIsNotTheQuotient) {
+    tz3::OwnedBlock table = tz3::BuildBlendTable(128);
+    ASSERT_TRUE(table);
+    ASSERT_TRUE(tz3::MakeRowBlend(table.bytes(), 128).quotient);
+    table.bytes()[200 * 256 + 10] ^= 1;
+    const tz3::RowBlend blend = tz3::MakeRowBlend(table.bytes(), 128);
+    EXPECT_FALSE(blend.quotient);
+    const uint8_t s[3] = {200, 200, 0}, t[3] = {10, 11, 255};
+    uint8_t out[3] = {};
+    tz3::BlendBytes(s, t, 3, blend, out);
+    EXPECT_EQ(out[0], table.bytes()[200 * 256 + 10]);
+    EXPECT_EQ(out[1], table.bytes()[200 * 256 + 11]);
+    EXPECT_EQ(out[2], table.bytes()[0 * 256 + 255]);
+}
+
 TEST(PasteImageCore, BlendIsTheTruncatedWeightedMean) {
     EXPECT_EQ(tz3::BlendChannel(200, 100, 0), 100);
     EXPECT_EQ(tz3::BlendChannel(200, 100, 255), 200);
