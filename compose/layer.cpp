@@ -93,17 +93,17 @@ struct LayerParams {
     int32_t layerX, layerY, keepSize, noDialog;
 };
 
-// count pixels of blue-green-red bytes: s over t, or t itself where s is the key.
-void LayerSpan(const uint8_t *s, const uint8_t *t, size_t count, const uint8_t key[3], const uint8_t *blend,
+// count pixels of blue-green-red bytes: s over t, or t itself where s is the key. The blend runs
+// over the whole stretch as bytes first; the key, rare in a picture, then puts the lower pixels back.
+void LayerSpan(const uint8_t *s, const uint8_t *t, size_t count, const uint8_t key[3], const RowBlend &blend,
                uint8_t *out) {
+    BlendBytes(s, t, 3 * count, blend, out);
     for (size_t i = 0; i < count; ++i, s += 3, t += 3, out += 3) {
-        const uint8_t b = blend[s[0] * 256 + t[0]];
-        const uint8_t g = blend[s[1] * 256 + t[1]];
-        const uint8_t r = blend[s[2] * 256 + t[2]];
-        const bool keyed = s[0] == key[0] && s[1] == key[1] && s[2] == key[2];
-        out[0] = keyed ? t[0] : b;
-        out[1] = keyed ? t[1] : g;
-        out[2] = keyed ? t[2] : r;
+        if (s[0] == key[0] && s[1] == key[1] && s[2] == key[2]) {
+            out[0] = t[0];
+            out[1] = t[1];
+            out[2] = t[2];
+        }
     }
 }
 
@@ -127,6 +127,7 @@ DibHandle LayerWorker(const LayerImage &base, const LayerImage &over, const Laye
     if (!baseRows.Open(base) || !overRows.Open(over)) return nullptr;
 
     const uint8_t *blend = blendTable.bytes();
+    const RowBlend rowBlend = MakeRowBlend(blend, params.opacity);
     const uint8_t back[3] = {params.back.b, params.back.g, params.back.r};
     const uint8_t key[3] = {params.key.b, params.key.g, params.key.r};
     const size_t outStride = static_cast<uint32_t>(DibRowBytes(24, static_cast<int32_t>(x1 - x0 + 1)));
@@ -166,7 +167,7 @@ DibHandle LayerWorker(const LayerImage &base, const LayerImage &over, const Laye
         if (baseRow != nullptr && overRow != nullptr && lo <= hi) {
             pixels(x0, lo - 1, out);
             LayerSpan(overRow + 3 * (lo - overLeft), baseRow + 3 * lo, static_cast<size_t>(hi - lo + 1), key,
-                      blend, out + 3 * (lo - x0));
+                      rowBlend, out + 3 * (lo - x0));
             pixels(hi + 1, x1, out + 3 * (hi + 1 - x0));
         } else {
             pixels(x0, x1, out);
