@@ -14,7 +14,9 @@
 //                   target at the same step in the target's own axes, else from the background
 //   T               the target's pixel, or S itself outside the target, so that there the source
 //                   stays fully visible at any opacity
-//   blend           per channel, from a table built for the call's opacity
+//   blend           per channel, from a table built for the call's opacity; where an unturned,
+//                   unmasked source overlaps the target, whole row stretches at once, and 24-bit
+//                   rows as the integer quotient when the table is checked to be exactly that
 //
 //   depth   read (source and target alike)
 //   1/4/8   index into the colour table, unbounded (a copy of 256 entries, block-bounded)
