@@ -93,6 +93,20 @@ struct LayerParams {
     int32_t layerX, layerY, keepSize, noDialog;
 };
 
+// count pixels of blue-green-red bytes: s over t, or t itself where s is the key. The blend runs
+// over the whole stretch as bytes first; the key, rare in a picture, then puts the lower pixels back.
+void LayerSpan(const uint8_t *s, const uint8_t *t, size_t count, const uint8_t key[3], const RowBlend &blend,
+               uint8_t *out) {
+    BlendBytes(s, t, 3 * count, blend, out);
+    for (size_t i = 0; i < count; ++i, s += 3, t += 3, out += 3) {
+        if (s[0] == key[0] && s[1] == key[1] && s[2] == key[2]) {
+            out[0] = t[0];
+            out[1] = t[1];
+            out[2] = t[2];
+        }
+    }
+}
+
 DibHandle LayerWorker(const LayerImage &base, const LayerImage &over, const LayerParams &params) {
     const int64_t wb = base.width, hb = base.height;
     const int64_t overLeft = params.layerX, overRight = params.layerX + static_cast<int64_t>(over.width) - 1;
@@ -113,6 +127,7 @@ DibHandle LayerWorker(const LayerImage &base, const LayerImage &over, const Laye
     if (!baseRows.Open(base) || !overRows.Open(over)) return nullptr;
 
     const uint8_t *blend = blendTable.bytes();
+    const RowBlend rowBlend = MakeRowBlend(blend, params.opacity);
     const uint8_t back[3] = {params.back.b, params.back.g, params.back.r};
     const uint8_t key[3] = {params.key.b, params.key.g, params.key.r};
     const size_t outStride = static_cast<uint32_t>(DibRowBytes(24, static_cast<int32_t>(x1 - x0 + 1)));
@@ -121,26 +136,41 @@ DibHandle LayerWorker(const LayerImage &base, const LayerImage &over, const Laye
         const uint8_t *baseRow = (y >= 0 && y < hb) ? baseRows.Row(y) : nullptr;
         const uint8_t *overRow = (y >= overBottom && y <= overTop) ? overRows.Row(y - overBottom) : nullptr;
         uint8_t *out = outBits + outStride * static_cast<size_t>(y - y0);
-        for (int64_t x = x0; x <= x1; ++x, out += 3) {
-            const uint8_t *under = (baseRow != nullptr && x >= 0 && x < wb) ? baseRow + 3 * x : nullptr;
-            const uint8_t *s = back;
-            bool keyed = false;
-            if (overRow != nullptr && x >= overLeft && x <= overRight) {
-                s = overRow + 3 * (x - overLeft);
-                keyed = s[0] == key[0] && s[1] == key[1] && s[2] == key[2];
-            } else if (under != nullptr) {
-                s = under;
+        // Columns xa..xb, each pixel placed on its own.
+        const auto pixels = [&](int64_t xa, int64_t xb, uint8_t *at) {
+            for (int64_t x = xa; x <= xb; ++x, at += 3) {
+                const uint8_t *under = (baseRow != nullptr && x >= 0 && x < wb) ? baseRow + 3 * x : nullptr;
+                const uint8_t *s = back;
+                bool keyed = false;
+                if (overRow != nullptr && x >= overLeft && x <= overRight) {
+                    s = overRow + 3 * (x - overLeft);
+                    keyed = s[0] == key[0] && s[1] == key[1] && s[2] == key[2];
+                } else if (under != nullptr) {
+                    s = under;
+                }
+                const uint8_t *t = under != nullptr ? under : s;
+                if (keyed) {
+                    at[0] = t[0];
+                    at[1] = t[1];
+                    at[2] = t[2];
+                } else {
+                    at[0] = blend[s[0] * 256 + t[0]];
+                    at[1] = blend[s[1] * 256 + t[1]];
+                    at[2] = blend[s[2] * 256 + t[2]];
+                }
             }
-            const uint8_t *t = under != nullptr ? under : s;
-            if (keyed) {
-                out[0] = t[0];
-                out[1] = t[1];
-                out[2] = t[2];
-            } else {
-                out[0] = blend[s[0] * 256 + t[0]];
-                out[1] = blend[s[1] * 256 + t[1]];
-                out[2] = blend[s[2] * 256 + t[2]];
-            }
+        };
+        // Where both rows cover the result their columns step together: that stretch is the upper
+        // pixel blended over the lower one, or the lower one where the key matches, with no placing.
+        const int64_t lo = std::max({x0, int64_t{0}, overLeft});
+        const int64_t hi = std::min({x1, wb - 1, overRight});
+        if (baseRow != nullptr && overRow != nullptr && lo <= hi) {
+            pixels(x0, lo - 1, out);
+            LayerSpan(overRow + 3 * (lo - overLeft), baseRow + 3 * lo, static_cast<size_t>(hi - lo + 1), key,
+                      rowBlend, out + 3 * (lo - x0));
+            pixels(hi + 1, x1, out + 3 * (hi + 1 - x0));
+        } else {
+            pixels(x0, x1, out);
         }
         if (PercentProgress(static_cast<int32_t>(y - y0), static_cast<int32_t>(y1 - y0), 0, 100,
                             params.noDialog) == 0) {

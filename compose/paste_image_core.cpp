@@ -14,7 +14,9 @@
 //                   target at the same step in the target's own axes, else from the background
 //   T               the target's pixel, or S itself outside the target, so that there the source
 //                   stays fully visible at any opacity
-//   blend           per channel, from a table built for the call's opacity
+//   blend           per channel, from a table built for the call's opacity; where an unturned,
+//                   unmasked source overlaps the target, whole row stretches at once, and 24-bit
+//                   rows as the integer quotient when the table is checked to be exactly that
 //
 //   depth   read (source and target alike)
 //   1/4/8   index into the colour table, unbounded (a copy of 256 entries, block-bounded)
@@ -24,6 +26,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <type_traits>
 
 #include "frame/arith.h"
 #include "frame/maths.h"
@@ -59,6 +62,33 @@ OwnedBlock BuildBlendTable(uint8_t opacity) {
         }
     }
     return table;
+}
+
+RowBlend MakeRowBlend(const uint8_t *table, uint8_t opacity) {
+    RowBlend blend{table, opacity, true};
+    for (uint32_t s = 0; s < 256 && blend.quotient; ++s) {
+        for (uint32_t t = 0; t < 256; ++t) {
+            if (table[s << 8 | t] != (opacity * s + (255u - opacity) * t) / 255u) {
+                blend.quotient = false;
+                break;
+            }
+        }
+    }
+    return blend;
+}
+
+void BlendBytes(const uint8_t *s, const uint8_t *t, size_t count, const RowBlend &blend, uint8_t *out) {
+    if (!blend.quotient) {
+        for (size_t i = 0; i < count; ++i) out[i] = blend.table[static_cast<size_t>(s[i]) << 8 | t[i]];
+        return;
+    }
+    // The same bytes as the table, in 16-bit arithmetic that the compiler can run many bytes wide.
+    const auto a = static_cast<uint16_t>(blend.opacity);
+    const auto inverse = static_cast<uint16_t>(255 - blend.opacity);
+    for (size_t i = 0; i < count; ++i) {
+        const auto sum = static_cast<uint16_t>(a * s[i] + inverse * t[i]);  // at most 255 x 255
+        out[i] = static_cast<uint8_t>(sum / 255);
+    }
 }
 
 OwnedBlock AllocResult24(int64_t width, int64_t height) {
@@ -146,6 +176,7 @@ struct PasteFrame {
     float cosB, sinB;
     Rgb back;
     const uint8_t *blend;
+    RowBlend rowBlend;
 };
 
 template <class SrcRead, class TgtRead>
@@ -299,26 +330,57 @@ struct PasteWalker {
                 if (f.maskBits != nullptr) fixedMask = f.maskBits + f.maskStride * static_cast<size_t>(row);
             }
         }
-        for (int64_t x = x0; x <= x1; ++x, out += 3) {
-            const int64_t tx = x + f.pasteX;
-            const bool inTarget = tgtRow != nullptr && tx >= 0 && tx < f.targetWidth;
-            const Rgb under = inTarget ? tgt(tgtRow, static_cast<int32_t>(tx)) : f.back;
-            Rgb s = under;
-            if (rowInBox && x >= f.minX && x <= f.maxX) {
-                if (fixedSrc != nullptr) {
-                    const int64_t px = x - f.minX;
-                    const int64_t col = f.rightTurn == 0 ? px : f.width - 1 - px;
-                    if (col >= 0 && col < f.width &&
-                        (fixedMask == nullptr || MaskBitSet(fixedMask, static_cast<int32_t>(col)))) {
-                        s = src(fixedSrc, static_cast<int32_t>(col));
+        // Columns xa..xb, each pixel placed and read on its own.
+        const auto pixels = [&](int64_t xa, int64_t xb, uint8_t *at) {
+            for (int64_t x = xa; x <= xb; ++x, at += 3) {
+                const int64_t tx = x + f.pasteX;
+                const bool inTarget = tgtRow != nullptr && tx >= 0 && tx < f.targetWidth;
+                const Rgb under = inTarget ? tgt(tgtRow, static_cast<int32_t>(tx)) : f.back;
+                Rgb s = under;
+                if (rowInBox && x >= f.minX && x <= f.maxX) {
+                    if (fixedSrc != nullptr) {
+                        const int64_t px = x - f.minX;
+                        const int64_t col = f.rightTurn == 0 ? px : f.width - 1 - px;
+                        if (col >= 0 && col < f.width &&
+                            (fixedMask == nullptr || MaskBitSet(fixedMask, static_cast<int32_t>(col)))) {
+                            s = src(fixedSrc, static_cast<int32_t>(col));
+                        }
+                    } else if (f.rightTurn >= 0) {
+                        s = NearestSource(x, y, tx, ty);
+                    } else {
+                        s = FilteredSource(x, y, tx, ty);
                     }
-                } else if (f.rightTurn >= 0) {
-                    s = NearestSource(x, y, tx, ty);
-                } else {
-                    s = FilteredSource(x, y, tx, ty);
                 }
+                Store(at, s, inTarget ? under : s);
             }
-            Store(out, s, inTarget ? under : s);
+        };
+        // Unturned and unmasked, a source row lies on the target row at a fixed offset: where both
+        // cover the result, every pixel is the blend of the two at columns that step together, so
+        // that stretch needs no placing and no bounds. Only the columns either side of it are
+        // placed one by one.
+        if (f.rightTurn == 0 && f.maskBits == nullptr && fixedSrc != nullptr && tgtRow != nullptr) {
+            const int64_t lo = std::max({x0, f.minX, -f.pasteX});
+            const int64_t hi = std::min({x1, f.maxX, f.minX + f.width - 1, f.targetWidth - 1 - f.pasteX});
+            if (lo <= hi) {
+                pixels(x0, lo - 1, out);
+                BlendSpan(fixedSrc, lo - f.minX, tgtRow, lo + f.pasteX, hi - lo + 1, out + 3 * (lo - x0));
+                pixels(hi + 1, x1, out + 3 * (hi + 1 - x0));
+                return;
+            }
+        }
+        pixels(x0, x1, out);
+    }
+
+    // count pixels of a source row from column col blended over a target row from column tx.
+    void BlendSpan(const uint8_t *srcRow, int64_t col, const uint8_t *tgtRow, int64_t tx, int64_t count,
+                   uint8_t *out) const {
+        if constexpr (std::is_same_v<SrcRead, ByteReader<3>> && std::is_same_v<TgtRead, ByteReader<3>>) {
+            // Both rows are blue-green-red bytes already, channel for channel in the result's order.
+            BlendBytes(srcRow + 3 * col, tgtRow + 3 * tx, static_cast<size_t>(3 * count), f.rowBlend, out);
+        } else {
+            for (int64_t i = 0; i < count; ++i, out += 3) {
+                Store(out, src(srcRow, static_cast<int32_t>(col + i)), tgt(tgtRow, static_cast<int32_t>(tx + i)));
+            }
         }
     }
 };
@@ -467,7 +529,8 @@ DibHandle PasteRotatedDib(const PasteRequest &r) {
                            cosB,
                            sinB,
                            r.back,
-                           blend.bytes()};
+                           blend.bytes(),
+                           MakeRowBlend(blend.bytes(), r.opacity)};
     const WalkArgs walk{x0,
                         x1,
                         y0,

@@ -73,6 +73,21 @@ inline uint8_t BlendChannel(uint8_t s, uint8_t t, uint8_t opacity) {
 // BlendChannel itself; null with status 3 when no block can be had. The caller frees it.
 OwnedBlock BuildBlendTable(uint8_t opacity);
 
+// The blend of one call as rows use it. The blend's sum is (A s + (255 - A) t) / 255 within a few
+// units in the last place of a double; where that lies off a whole number by at least 1/255 its
+// truncation is the integer quotient, and where it is whole the double sum can only miss it by a
+// hair. quotient records whether the table is that integer quotient for every pair, checked once
+// per call, so that rows can be worked out without the table and still give its bytes.
+struct RowBlend {
+    const uint8_t *table;  // from BuildBlendTable(opacity)
+    uint8_t opacity;
+    bool quotient;
+};
+RowBlend MakeRowBlend(const uint8_t *table, uint8_t opacity);
+
+// out[i] = table[s[i] x 256 + t[i]] for count bytes. out must not overlap s or t.
+void BlendBytes(const uint8_t *s, const uint8_t *t, size_t count, const RowBlend &blend, uint8_t *out);
+
 // Readers of one pixel of a row, one per stored format, for workers written over the format.
 // Palette readers go through a copy of the table's 2, 16 or 256 entries made once per call.
 struct PaletteCopy {

@@ -356,3 +356,30 @@ TEST(Layer, DialogProgressCancelAndAllocationFailure) {
         ExpectCallerBlocksUnchanged(o.h, over);
     }
 }
+
+// Where both images cover a result row, the stretch is layered a whole row at a time. Upper images
+// of four colours make the key recur along it; the overlap falls inside, cut on either side or
+// nowhere, for every depth pair, keepSize on and off, and every low byte of the opacity.
+TEST(Layer, OverlapStretchesMatchReferenceWithTheKeyRecurringAlongThem) {
+    std::mt19937 rng(7503);
+    int opacity = 0;
+    for (const Format bf : kFormats) {
+        for (int trial = 0; trial < 80; ++trial) {
+            const int bw = 1 + static_cast<int>(rng() % 33), bh = 1 + static_cast<int>(rng() % 6);
+            const int ow = 1 + static_cast<int>(rng() % 33), oh = 1 + static_cast<int>(rng() % 6);
+            const std::vector<uint8_t> base = RandomSource(rng, bf, bw, bh);
+            std::vector<uint8_t> over = MakeDibBytes(ow, oh, 24);
+            const Bgr colours[4] = {{1, 2, 3}, {200, 100, 50}, {1, 2, 4}, {255, 0, 255}};
+            for (int y = 0; y < oh; ++y) {
+                for (int x = 0; x < ow; ++x) SetPixel24(over, x, y, colours[rng() % 4]);
+            }
+            LayerSettings s = RandomLayerSettings(rng, over, bw, bh);
+            s.opacity = opacity;
+            opacity = (opacity + 7) % 512;
+            s.layerX = static_cast<int32_t>(rng() % (bw + ow + 4)) - (ow + 2);
+            s.layerY = static_cast<int32_t>(rng() % (bh + oh + 4)) - (oh + 2);
+            s.keepSize = trial % 2;
+            ASSERT_NO_FATAL_FAILURE(ExpectMatches(base, over, s, "base " + std::to_string(bf.bits)));
+        }
+    }
+}

@@ -597,6 +597,55 @@ TEST(PasteImageCore, BlendTableEqualsTheRuleForEveryOpacityAndPair) {
     }
 }
 
+// The row blend, which works the bytes out without the table where the table allows, gives the
+// rule's byte for every opacity and every pair, also over short runs that start and end at odd
+// places; and with the table marked as not the quotient, the table's own bytes.
+TEST(PasteImageCore, RowBlendEqualsTheRuleForEveryOpacityAndPair) {
+    std::vector<uint8_t> s(65536), t(65536), out(65536);
+    for (int i = 0; i < 65536; ++i) {
+        s[i] = static_cast<uint8_t>(i >> 8);
+        t[i] = static_cast<uint8_t>(i & 255);
+    }
+    for (int a = 0; a < 256; ++a) {
+        tz3::OwnedBlock table = tz3::BuildBlendTable(static_cast<uint8_t>(a));
+        ASSERT_TRUE(table);
+        const tz3::RowBlend blend = tz3::MakeRowBlend(table.bytes(), static_cast<uint8_t>(a));
+        for (const bool quotient : {blend.quotient, false}) {
+            const tz3::RowBlend use{blend.table, blend.opacity, quotient};
+            tz3::BlendBytes(s.data(), t.data(), s.size(), use, out.data());
+            int wrong = 0;
+            for (int i = 0; i < 65536; ++i) wrong += out[i] != RefBlend(s[i], t[i], a);
+            EXPECT_EQ(wrong, 0) << "opacity " << a << " quotient " << quotient;
+        }
+        // A short run from an odd place leaves the bytes around it alone.
+        std::vector<uint8_t> part(80, 0xA5);
+        const size_t from = 255 * 256 - 7;  // runs over the pair 255, 0 at its eighth byte
+        tz3::BlendBytes(&s[from], &t[from], 61, blend, &part[3]);
+        for (size_t i = 0; i < part.size(); ++i) {
+            const bool inside = i >= 3 && i < 64;
+            const uint8_t want = inside ? RefBlend(s[from + i - 3], t[from + i - 3], a) : 0xA5;
+            ASSERT_EQ(part[i], want) << "opacity " << a << " byte " << i;
+        }
+    }
+}
+
+// A table that differs from the quotient in a single pair is not taken for it, and rows then give
+// the table's bytes.
+TEST(PasteImageCore, RowBlendFollowsATableThatIsNotTheQuotient) {
+    tz3::OwnedBlock table = tz3::BuildBlendTable(128);
+    ASSERT_TRUE(table);
+    ASSERT_TRUE(tz3::MakeRowBlend(table.bytes(), 128).quotient);
+    table.bytes()[200 * 256 + 10] ^= 1;
+    const tz3::RowBlend blend = tz3::MakeRowBlend(table.bytes(), 128);
+    EXPECT_FALSE(blend.quotient);
+    const uint8_t s[3] = {200, 200, 0}, t[3] = {10, 11, 255};
+    uint8_t out[3] = {};
+    tz3::BlendBytes(s, t, 3, blend, out);
+    EXPECT_EQ(out[0], table.bytes()[200 * 256 + 10]);
+    EXPECT_EQ(out[1], table.bytes()[200 * 256 + 11]);
+    EXPECT_EQ(out[2], table.bytes()[0 * 256 + 255]);
+}
+
 TEST(PasteImageCore, BlendIsTheTruncatedWeightedMean) {
     EXPECT_EQ(tz3::BlendChannel(200, 100, 0), 100);
     EXPECT_EQ(tz3::BlendChannel(200, 100, 255), 200);
@@ -803,5 +852,51 @@ TEST(PasteImageCore, LongSourcesAtRightAnglesMatchReferenceWhereTheTurnRoundsThe
             ASSERT_NO_FATAL_FAILURE(ExpectMatchesReference(target, source, nullptr, s, "long"));
             ASSERT_NO_FATAL_FAILURE(ExpectMatchesReference(target, source, &mask, s, "long masked"));
         }
+    }
+}
+
+// Unturned and unmasked, the stretch where source and target overlap is blended a whole row at a
+// time; these cases put that stretch everywhere: inside, cut on either side, absent, wider sources
+// than targets and the reverse, for every depth pair and every low byte of the opacity.
+TEST(PasteImageCore, UnturnedUnmaskedPastesMatchReferenceWhereverTheOverlapFalls) {
+    std::mt19937 rng(7303);
+    int opacity = 0;
+    for (const Format sf : kFormats) {
+        for (const Format tf : kFormats) {
+            for (int trial = 0; trial < 8; ++trial) {
+                const int sw = 1 + static_cast<int>(rng() % 33), sh = 1 + static_cast<int>(rng() % 7);
+                const int tw = 1 + static_cast<int>(rng() % 33), th = 1 + static_cast<int>(rng() % 7);
+                const std::vector<uint8_t> source = RandomSource(rng, sf, sw, sh);
+                const std::vector<uint8_t> target = RandomSource(rng, tf, tw, th);
+                PasteSettings s = RandomSettings(rng, tw, th);
+                s.angle = 0;
+                s.opacity = opacity;
+                opacity = (opacity + 11) % 512;
+                s.pasteX = static_cast<int32_t>(rng() % (tw + sw + 4)) - (sw / 2 + 2);
+                s.pasteY = static_cast<int32_t>(rng() % (th + sh + 4)) - (sh / 2 + 2);
+                s.keepSize = trial % 2;
+                const std::string what = "source " + FormatName(sf) + " target " + FormatName(tf);
+                ASSERT_NO_FATAL_FAILURE(ExpectMatchesReference(target, source, nullptr, s, what));
+            }
+        }
+    }
+}
+
+// Every opacity 0..511 over 24-bit rows on both sides, where the overlap is read byte by byte.
+TEST(PasteImageCore, UnturnedUnmasked24BitPastesMatchReferenceForEveryOpacity) {
+    std::mt19937 rng(7304);
+    const Format f24{24, false};
+    for (int opacity = 0; opacity < 512; ++opacity) {
+        const int sw = 1 + static_cast<int>(rng() % 33), sh = 1 + static_cast<int>(rng() % 5);
+        const int tw = 1 + static_cast<int>(rng() % 33), th = 1 + static_cast<int>(rng() % 5);
+        const std::vector<uint8_t> source = RandomSource(rng, f24, sw, sh);
+        const std::vector<uint8_t> target = RandomSource(rng, f24, tw, th);
+        PasteSettings s = RandomSettings(rng, tw, th);
+        s.angle = 0;
+        s.opacity = opacity;
+        s.pasteX = static_cast<int32_t>(rng() % (tw + sw + 4)) - (sw / 2 + 2);
+        s.pasteY = static_cast<int32_t>(rng() % (th + sh + 4)) - (sh / 2 + 2);
+        s.keepSize = opacity % 2;
+        ASSERT_NO_FATAL_FAILURE(ExpectMatchesReference(target, source, nullptr, s, "24 over 24"));
     }
 }
