@@ -117,6 +117,40 @@ void RowLumasAvx2(const LumaTables &t, const uint8_t *bgr, int32_t n, uint8_t *o
 
 #endif
 
+// Method 0 at 16, 24 and 32 bits over a run of whole windows: the walking position (0..8) of each
+// window's median pixel into out, from the lumas of the three rows. The key is luma x 16 +
+// position: distinct keys in the order of the stable sort. The loop writes through a local pointer
+// that nothing else reaches, so that the compiler runs a row's pixels side by side; the AVX2 copy
+// is the same loop in wider lanes.
+[[gnu::always_inline]] inline void MedianPlacesSpan(const uint8_t *__restrict lo, const uint8_t *__restrict mid,
+                                                    const uint8_t *__restrict up, int32_t from, int32_t to,
+                                                    uint8_t *__restrict out) {
+    for (int32_t i = from; i <= to; ++i) {
+        const auto key = [](uint8_t l, int16_t place) { return static_cast<int16_t>((l << 4) | place); };
+        const int16_t m = MedianOfNine(key(lo[i], 0), key(lo[i + 1], 1), key(lo[i + 2], 2), key(mid[i], 3),
+                                       key(mid[i + 1], 4), key(mid[i + 2], 5), key(up[i], 6), key(up[i + 1], 7),
+                                       key(up[i + 2], 8));
+        out[i] = static_cast<uint8_t>(m & 15);
+    }
+}
+
+void MedianPlacesPlain(const uint8_t *lo, const uint8_t *mid, const uint8_t *up, int32_t from, int32_t to,
+                       uint8_t *out) {
+    MedianPlacesSpan(lo, mid, up, from, to, out);
+}
+
+#if defined(__x86_64__) || defined(__i386__)
+[[gnu::target("avx2")]] void MedianPlacesAvx2(const uint8_t *lo, const uint8_t *mid, const uint8_t *up,
+                                              int32_t from, int32_t to, uint8_t *out) {
+    MedianPlacesSpan(lo, mid, up, from, to, out);
+}
+#else
+void MedianPlacesAvx2(const uint8_t *lo, const uint8_t *mid, const uint8_t *up, int32_t from, int32_t to,
+                      uint8_t *out) {
+    MedianPlacesSpan(lo, mid, up, from, to, out);
+}
+#endif
+
 struct RemoveNoiseOp {
     static constexpr uint8_t kFormats = kFormatFilters;
     RemoveNoiseOp(int32_t methodValue, int32_t levelValue) : methodArg(methodValue), levelArg(levelValue) {}
@@ -133,7 +167,7 @@ struct RemoveNoiseOp {
     int32_t planes = 1;
     uint8_t *results = nullptr;  // `planes` planes of box-width values
     uint8_t *flags = nullptr;    // box width: the flagged channels of method 1, bit k for channel k
-    bool avx2 = false;           // the lumas of a row by gathers in four double lanes
+    bool avx2 = false;           // the lumas and the median places of a row in AVX2 lanes
 
     // Low bytes; the threshold is 255 - level, as a byte.
     bool Normalise() {
@@ -200,20 +234,6 @@ struct RemoveNoiseOp {
         for (int32_t i = from; i <= to; ++i) {
             out[i] = MedianOfNine(lo[i], lo[i + 1], lo[i + 2], mid[i], mid[i + 1], mid[i + 2], up[i],
                                   up[i + 1], up[i + 2]);
-        }
-    }
-
-    // Method 0 at 16, 24 and 32 bits: the walking position (0..8) of each window's median pixel.
-    // The key is luma x 16 + position: distinct keys in the order of the stable sort.
-    void MedianPlaces(const uint8_t *__restrict lo, const uint8_t *__restrict mid,
-                      const uint8_t *__restrict up, int32_t from, int32_t to) {
-        uint8_t *__restrict out = results;
-        for (int32_t i = from; i <= to; ++i) {
-            const auto key = [](uint8_t l, int16_t place) { return static_cast<int16_t>((l << 4) | place); };
-            const int16_t m = MedianOfNine(key(lo[i], 0), key(lo[i + 1], 1), key(lo[i + 2], 2),
-                                           key(mid[i], 3), key(mid[i + 1], 4), key(mid[i + 2], 5),
-                                           key(up[i], 6), key(up[i + 1], 7), key(up[i + 2], 8));
-            out[i] = static_cast<uint8_t>(m & 15);
         }
     }
 
@@ -398,7 +418,11 @@ struct RemoveNoiseOp {
             } else if constexpr (kIsGray<Pix>) {
                 MedianLevels(lo, mid, up, from, to);
             } else {
-                MedianPlaces(lo, mid, up, from, to);
+                if (avx2) {
+                    MedianPlacesAvx2(lo, mid, up, from, to, results);
+                } else {
+                    MedianPlacesPlain(lo, mid, up, from, to, results);
+                }
             }
         }
         uint8_t *dstRow = img.DstRow(y);
