@@ -151,6 +151,48 @@ void MedianPlacesAvx2(const uint8_t *lo, const uint8_t *mid, const uint8_t *up, 
 }
 #endif
 
+// Method 1 over a run of whole windows of one channel plane: the new value (or the pixel's own)
+// into out, and `bit` into flag where the channel is flagged. A neighbour differs by more than t
+// exactly when the largest lies more than t above the pixel or the smallest more than t below it;
+// the differences are taken from max(hi, own) and min(lo, own) so that they never wrap.
+[[gnu::always_inline]] inline void SelectivePlaneSpan(const uint8_t *__restrict a, const uint8_t *__restrict b,
+                                                      const uint8_t *__restrict c, int32_t from, int32_t to,
+                                                      uint8_t t, uint8_t bit, uint8_t *__restrict out,
+                                                      uint8_t *__restrict flag) {
+    for (int32_t i = from; i <= to; ++i) {
+        const uint8_t own = b[i + 1];
+        const uint8_t n0 = a[i], n1 = a[i + 1], n2 = a[i + 2], n3 = b[i], n4 = b[i + 2], n5 = c[i], n6 = c[i + 1],
+                      n7 = c[i + 2];
+        const uint8_t hi = std::max(std::max(std::max(n0, n1), std::max(n2, n3)),
+                                    std::max(std::max(n4, n5), std::max(n6, n7)));
+        const uint8_t lw = std::min(std::min(std::min(n0, n1), std::min(n2, n3)),
+                                    std::min(std::min(n4, n5), std::min(n6, n7)));
+        const auto above = static_cast<uint8_t>(std::max(hi, own) - own);
+        const auto below = static_cast<uint8_t>(own - std::min(lw, own));
+        const uint8_t mask = std::max(above, below) > t ? 0xFF : 0x00;
+        const uint8_t med = FifthOfEight(n0, n1, n2, n3, n4, n5, n6, n7);
+        out[i] = static_cast<uint8_t>((med & mask) | (own & ~mask));
+        flag[i] = static_cast<uint8_t>(flag[i] | (bit & mask));
+    }
+}
+
+void SelectivePlanePlain(const uint8_t *a, const uint8_t *b, const uint8_t *c, int32_t from, int32_t to, uint8_t t,
+                         uint8_t bit, uint8_t *out, uint8_t *flag) {
+    SelectivePlaneSpan(a, b, c, from, to, t, bit, out, flag);
+}
+
+#if defined(__x86_64__) || defined(__i386__)
+[[gnu::target("avx2")]] void SelectivePlaneAvx2(const uint8_t *a, const uint8_t *b, const uint8_t *c, int32_t from,
+                                                int32_t to, uint8_t t, uint8_t bit, uint8_t *out, uint8_t *flag) {
+    SelectivePlaneSpan(a, b, c, from, to, t, bit, out, flag);
+}
+#else
+void SelectivePlaneAvx2(const uint8_t *a, const uint8_t *b, const uint8_t *c, int32_t from, int32_t to, uint8_t t,
+                        uint8_t bit, uint8_t *out, uint8_t *flag) {
+    SelectivePlaneSpan(a, b, c, from, to, t, bit, out, flag);
+}
+#endif
+
 struct RemoveNoiseOp {
     static constexpr uint8_t kFormats = kFormatFilters;
     RemoveNoiseOp(int32_t methodValue, int32_t levelValue) : methodArg(methodValue), levelArg(levelValue) {}
@@ -167,7 +209,7 @@ struct RemoveNoiseOp {
     int32_t planes = 1;
     uint8_t *results = nullptr;  // `planes` planes of box-width values
     uint8_t *flags = nullptr;    // box width: the flagged channels of method 1, bit k for channel k
-    bool avx2 = false;           // the lumas and the median places of a row in AVX2 lanes
+    bool avx2 = false;           // the row loops in AVX2 lanes
 
     // Low bytes; the threshold is 255 - level, as a byte.
     bool Normalise() {
@@ -183,7 +225,7 @@ struct RemoveNoiseOp {
         // The vector median compares lumas: one plane of them. Every other case compares channels.
         const bool byLuma = method == kMethodMedian && !kIsGray<Pix>;
         if (byLuma && !BuildLumaTables(luma)) return false;
-        avx2 = byLuma && ProcessorHasAvx2();
+        avx2 = ProcessorHasAvx2();
         planes = byLuma ? 1 : C;
         span = img.box.x1 - img.box.x0 + 3;
         const auto s = static_cast<uint64_t>(span);
@@ -214,9 +256,12 @@ struct RemoveNoiseOp {
                 RowLumasPlain(luma, fetched, span, out);
             }
         } else {
+            // Locals, so that the stores are not taken to reach the op's own fields.
+            const int32_t n = span;
+            const uint8_t *__restrict from = fetched;
+            uint8_t *__restrict to = out;
             for (int32_t k = 0; k < C; ++k) {
-                for (int32_t i = 0; i < span; ++i)
-                    out[k * span + i] = fetched[static_cast<size_t>(i) * C + k];
+                for (int32_t i = 0; i < n; ++i) to[static_cast<size_t>(k) * n + i] = from[static_cast<size_t>(i) * C + k];
             }
         }
         return out;
@@ -237,35 +282,17 @@ struct RemoveNoiseOp {
         }
     }
 
-    // Method 1: each channel plane's new value (or its own) and the flags. A neighbour differs by
-    // more than t exactly when the largest lies more than t above the pixel or the smallest more
-    // than t below it; the differences are taken from max(hi, own) and min(lo, own) so that they
-    // never wrap.
+    // Method 1: each channel plane's new value (or its own) and the flags.
     void SelectiveChannels(const uint8_t *lo, const uint8_t *mid, const uint8_t *up, int32_t from,
                            int32_t to) {
-        uint8_t *__restrict flag = flags;
-        std::fill(flag + from, flag + to + 1, uint8_t{0});
-        const uint8_t t = threshold;
+        std::fill(flags + from, flags + to + 1, uint8_t{0});
         for (int32_t k = 0; k < planes; ++k) {
-            const uint8_t *__restrict a = lo + static_cast<size_t>(k) * span;
-            const uint8_t *__restrict b = mid + static_cast<size_t>(k) * span;
-            const uint8_t *__restrict c = up + static_cast<size_t>(k) * span;
-            uint8_t *__restrict out = results + static_cast<size_t>(k) * span;
+            const size_t at = static_cast<size_t>(k) * span;
             const auto bit = static_cast<uint8_t>(1 << k);
-            for (int32_t i = from; i <= to; ++i) {
-                const uint8_t own = b[i + 1];
-                const uint8_t n0 = a[i], n1 = a[i + 1], n2 = a[i + 2], n3 = b[i], n4 = b[i + 2], n5 = c[i],
-                              n6 = c[i + 1], n7 = c[i + 2];
-                const uint8_t hi = std::max(std::max(std::max(n0, n1), std::max(n2, n3)),
-                                            std::max(std::max(n4, n5), std::max(n6, n7)));
-                const uint8_t lw = std::min(std::min(std::min(n0, n1), std::min(n2, n3)),
-                                            std::min(std::min(n4, n5), std::min(n6, n7)));
-                const auto above = static_cast<uint8_t>(std::max(hi, own) - own);
-                const auto below = static_cast<uint8_t>(own - std::min(lw, own));
-                const uint8_t mask = std::max(above, below) > t ? 0xFF : 0x00;
-                const uint8_t med = FifthOfEight(n0, n1, n2, n3, n4, n5, n6, n7);
-                out[i] = static_cast<uint8_t>((med & mask) | (own & ~mask));
-                flag[i] = static_cast<uint8_t>(flag[i] | (bit & mask));
+            if (avx2) {
+                SelectivePlaneAvx2(lo + at, mid + at, up + at, from, to, threshold, bit, results + at, flags);
+            } else {
+                SelectivePlanePlain(lo + at, mid + at, up + at, from, to, threshold, bit, results + at, flags);
             }
         }
     }
@@ -387,6 +414,23 @@ struct RemoveNoiseOp {
         }
     }
 
+    // Method 1 at 24 and 32 bits, box columns from..to of a clone row: the three channel values
+    // (an unflagged one is the pixel's own, the byte the copy holds already); a fourth byte stays.
+    template <class Pix>
+    void StoreSelectedChannels(const FilterImage<Pix> &img, int32_t from, int32_t to, uint8_t *dstRow) const {
+        constexpr int32_t B = Pix::kBytes;
+        const size_t n = static_cast<size_t>(span);
+        const uint8_t *__restrict blue = results;
+        const uint8_t *__restrict green = results + n;
+        const uint8_t *__restrict red = results + 2 * n;
+        uint8_t *__restrict dst = dstRow + static_cast<size_t>(img.box.x0) * B;
+        for (int32_t i = from; i <= to; ++i) {
+            dst[static_cast<size_t>(i) * B] = blue[i];
+            dst[static_cast<size_t>(i) * B + 1] = green[i];
+            dst[static_cast<size_t>(i) * B + 2] = red[i];
+        }
+    }
+
     template <class Pix>
     static void StoreSelective(const FilterImage<Pix> &img, int32_t x, int32_t flagged, const uint8_t *next,
                                uint8_t *dstRow) {
@@ -426,6 +470,19 @@ struct RemoveNoiseOp {
             }
         }
         uint8_t *dstRow = img.DstRow(y);
+        if constexpr (!kIsGray<Pix> && !kIs16<Pix>) {
+            if (method == kMethodSelective && img.mask.bits == nullptr) {
+                const int32_t count = img.box.x1 - x0 + 1;
+                if (from > to) {
+                    for (int32_t i = 0; i < count; ++i) EdgeSelective(img, x0 + i, y, dstRow);
+                    return;
+                }
+                for (int32_t i = 0; i < from; ++i) EdgeSelective(img, x0 + i, y, dstRow);
+                for (int32_t i = to + 1; i < count; ++i) EdgeSelective(img, x0 + i, y, dstRow);
+                StoreSelectedChannels(img, from, to, dstRow);
+                return;
+            }
+        }
         if constexpr (!kIsGray<Pix>) {
             if (method == kMethodMedian && img.mask.bits == nullptr) {
                 // Every pixel of the box row: the edge ones by the cut window, the others copied

@@ -122,30 +122,33 @@ TEST(RemoveNoise, MatchesPlainSortsOnLargerImagesWithFewValues) {
     }
 }
 
-TEST(RemoveNoise, MedianWithoutMaskMatchesPlainSortsOnWideRowsAndBoxes) {
-    // Rows wider than one chunk of lumas, and boxes without a mask (the whole image, or a
-    // rectangle inside it) take the row copy of the chosen places; equal lumas are made common by
+TEST(RemoveNoise, BoxesWithoutMaskMatchPlainSortsOnWideRows) {
+    // Boxes without a mask (the whole image, or a rectangle inside it) write whole runs of a row at
+    // once, over rows several vector groups wide; equal lumas and equal channels are made common by
     // keeping few bits of each byte.
     std::mt19937 rng(8006);
     for (const FilterFormat f : kFilterFormats) {
-        for (int round = 0; round < 4; ++round) {
+        for (int round = 0; round < 8; ++round) {
+            const int32_t method = round / 4;
+            const int32_t level = static_cast<int32_t>(rng() % 256);
             const int width = 60 + static_cast<int>(rng() % 150), height = 3 + static_cast<int>(rng() % 8);
             Bytes src = RandomFilterSource(rng, f, width, height);
             if (round % 2 == 1) {
                 for (size_t i = PixelOffset(src); i < src.size(); ++i) src[i] = static_cast<uint8_t>(src[i] & 0x83);
             }
             RegionRequest region;
-            if (round >= 2) {
+            if (round % 4 >= 2) {
                 region.kind = 3;
                 const int32_t left = static_cast<int32_t>(rng() % 5), top = static_cast<int32_t>(rng() % 2);
                 region.rect = Tz3Rect{left, top, width - static_cast<int32_t>(rng() % 5), height - 1};
             }
             HandleGuard image(ToBlock(src));
-            HandleGuard out(RunOn(RemoveNoise(0, 0), image.h, nullptr, region));
+            HandleGuard out(RunOn(RemoveNoise(method, level), image.h, nullptr, region));
             ASSERT_NE(out.h, nullptr);
             ASSERT_EQ(FromBlock(out.h),
-                      RefRemoveNoise(src, WholeBox(src), FromSelection(SelectionOf(src, region)), 0, 0))
-                << FormatName(f) << " width " << width << region.Describe();
+                      RefRemoveNoise(src, WholeBox(src), FromSelection(SelectionOf(src, region)), method, level))
+                << FormatName(f) << " method " << method << " level " << level << " width " << width
+                << region.Describe();
             ExpectCallerBlocksUnchanged(image.h, src, nullptr);
         }
     }
