@@ -25,6 +25,10 @@
 // networks (filter/small_median.h) in vector registers. A stable sort by luma orders the pixels as
 // the key (luma, walking position) does, and those keys are distinct, so the median of the keys
 // names the pixel the sort puts at position 4. Pixels on the image's edge take the plain sorts.
+// Each source row's lumas are computed once, when the row first enters the window, and serve the
+// three rows of windows that contain it. Where the processor has AVX2 the row loops (lumas, median
+// places, selective channels) run in its wider lanes with the same arithmetic, lane by lane, so
+// the results do not depend on the processor.
 #include <algorithm>
 #include <bit>
 
