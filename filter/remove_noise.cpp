@@ -113,7 +113,38 @@ void RowLumasPlain(const LumaTables &t, const uint8_t *bgr, int32_t n, uint8_t *
     RowLumasPlain(t, bgr + static_cast<size_t>(i) * 3, n - i, out + i);
 }
 
+// n pixels of blue, green, red bytes into three planes of n bytes, blue first: eight pixels at a
+// time by byte shuffles, the rest one by one.
+[[gnu::target("avx2")]] void SplitPlanesAvx2(const uint8_t *bgr, int32_t n, uint8_t *planes) {
+    const __m128i spread = _mm_setr_epi8(0, 3, 6, 9, 1, 4, 7, 10, 2, 5, 8, 11, -1, -1, -1, -1);
+    uint8_t *blue = planes;
+    uint8_t *green = planes + n;
+    uint8_t *red = planes + 2 * static_cast<size_t>(n);
+    int32_t i = 0;
+    // Each group reads 28 bytes from its first pixel: it runs while they lie among the n pixels.
+    for (; (i + 8) * 3 + 4 <= n * 3; i += 8) {
+        const uint8_t *s = bgr + static_cast<size_t>(i) * 3;
+        const __m128i a = _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i *>(s)), spread);
+        const __m128i b = _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i *>(s + 12)), spread);
+        const __m128i blueGreen = _mm_unpacklo_epi32(a, b);
+        _mm_storel_epi64(reinterpret_cast<__m128i *>(blue + i), blueGreen);
+        _mm_storel_epi64(reinterpret_cast<__m128i *>(green + i), _mm_srli_si128(blueGreen, 8));
+        _mm_storel_epi64(reinterpret_cast<__m128i *>(red + i), _mm_unpackhi_epi32(a, b));
+    }
+    for (; i < n; ++i) {
+        blue[i] = bgr[3 * static_cast<size_t>(i)];
+        green[i] = bgr[3 * static_cast<size_t>(i) + 1];
+        red[i] = bgr[3 * static_cast<size_t>(i) + 2];
+    }
+}
+
 #else
+
+void SplitPlanesAvx2(const uint8_t *bgr, int32_t n, uint8_t *planes) {
+    for (int32_t i = 0; i < n; ++i) {
+        for (int32_t k = 0; k < 3; ++k) planes[static_cast<size_t>(k) * n + i] = bgr[3 * static_cast<size_t>(i) + k];
+    }
+}
 
 void RowLumasAvx2(const LumaTables &t, const uint8_t *bgr, int32_t n, uint8_t *out) {
     RowLumasPlain(t, bgr, n, out);
@@ -260,6 +291,12 @@ struct RemoveNoiseOp {
                 RowLumasPlain(luma, fetched, span, out);
             }
         } else {
+            if constexpr (C == 3) {
+                if (avx2) {
+                    SplitPlanesAvx2(fetched, span, out);
+                    return out;
+                }
+            }
             // Locals, so that the stores are not taken to reach the op's own fields.
             const int32_t n = span;
             const uint8_t *__restrict from = fetched;
