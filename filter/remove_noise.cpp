@@ -25,10 +25,19 @@
 // networks (filter/small_median.h) in vector registers. A stable sort by luma orders the pixels as
 // the key (luma, walking position) does, and those keys are distinct, so the median of the keys
 // names the pixel the sort puts at position 4. Pixels on the image's edge take the plain sorts.
+// Each source row's lumas are computed once, when the row first enters the window, and serve the
+// three rows of windows that contain it. Where the processor has AVX2 the row loops (lumas, median
+// places, selective channels) run in its wider lanes with the same arithmetic, lane by lane, so
+// the results do not depend on the processor.
 #include <algorithm>
+#include <bit>
 
 #include "filter/filter_skeleton.h"
 #include "filter/small_median.h"
+
+#if defined(__x86_64__) || defined(__i386__)
+#include <immintrin.h>
+#endif
 
 namespace tz3 {
 namespace {
@@ -54,6 +63,171 @@ inline uint8_t PixelLuma(const LumaTables &t, const uint8_t *bgr) {
     return static_cast<uint8_t>(static_cast<int32_t>(sum));
 }
 
+// The lumas of n pixels of blue, green, red bytes; a plain loop, and an AVX2 one. The luma tables
+// hold YccEntry(i, weight), the float product of i and the channel's weight, so the AVX2 loop makes
+// each entry by the same single-precision multiply in a vector lane instead of fetching it, then
+// adds the three in double lanes in the same order (red, green, blue): each luma is the one
+// PixelLuma gives.
+void RowLumasPlain(const LumaTables &t, const uint8_t *bgr, int32_t n, uint8_t *out) {
+    for (int32_t i = 0; i < n; ++i) out[i] = PixelLuma(t, bgr + static_cast<size_t>(i) * 3);
+}
+
+#if defined(__x86_64__) || defined(__i386__)
+
+// trunc of the double sums of four lanes; every sum lies in 0..255, so the conversion is exact.
+[[gnu::target("avx2")]] inline __m128i LumaOfFourLanes(__m128 red, __m128 green, __m128 blue) {
+    const __m256d sum =
+        _mm256_add_pd(_mm256_add_pd(_mm256_cvtps_pd(red), _mm256_cvtps_pd(green)), _mm256_cvtps_pd(blue));
+    return _mm256_cvttpd_epi32(sum);
+}
+
+// Eight table entries: the low eight bytes as floats times the weight, in single precision.
+[[gnu::target("avx2")]] inline __m256 TableEntries(__m128i bytes, __m256 weight) {
+    return _mm256_mul_ps(_mm256_cvtepi32_ps(_mm256_cvtepu8_epi32(bytes)), weight);
+}
+
+[[gnu::target("avx2")]] void RowLumasAvx2(const LumaTables &t, const uint8_t *bgr, int32_t n, uint8_t *out) {
+    // Four pixels' twelve bytes into blue 0..3, green 0..3, red 0..3.
+    const __m128i spread = _mm_setr_epi8(0, 3, 6, 9, 1, 4, 7, 10, 2, 5, 8, 11, -1, -1, -1, -1);
+    const __m256 redWeight = _mm256_set1_ps(kYccWeights[0]);
+    const __m256 greenWeight = _mm256_set1_ps(kYccWeights[1]);
+    const __m256 blueWeight = _mm256_set1_ps(kYccWeights[2]);
+    int32_t i = 0;
+    // Each group reads 28 bytes from its first pixel: it runs while they lie among the n pixels.
+    for (; (i + 8) * 3 + 4 <= n * 3; i += 8) {
+        const uint8_t *s = bgr + static_cast<size_t>(i) * 3;
+        const __m128i a = _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i *>(s)), spread);
+        const __m128i b = _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i *>(s + 12)), spread);
+        const __m128i blueGreen = _mm_unpacklo_epi32(a, b);  // blue 0..7, green 0..7
+        const __m128i red = _mm_unpackhi_epi32(a, b);        // red 0..7, then nothing used
+        const __m256 rt = TableEntries(red, redWeight);
+        const __m256 gt = TableEntries(_mm_srli_si128(blueGreen, 8), greenWeight);
+        const __m256 bt = TableEntries(blueGreen, blueWeight);
+        const __m128i low = LumaOfFourLanes(_mm256_castps256_ps128(rt), _mm256_castps256_ps128(gt),
+                                            _mm256_castps256_ps128(bt));
+        const __m128i high = LumaOfFourLanes(_mm256_extractf128_ps(rt, 1), _mm256_extractf128_ps(gt, 1),
+                                             _mm256_extractf128_ps(bt, 1));
+        const __m128i words = _mm_packs_epi32(low, high);
+        _mm_storel_epi64(reinterpret_cast<__m128i *>(out + i), _mm_packus_epi16(words, words));
+    }
+    RowLumasPlain(t, bgr + static_cast<size_t>(i) * 3, n - i, out + i);
+}
+
+// n pixels of blue, green, red bytes into three planes of n bytes, blue first: eight pixels at a
+// time by byte shuffles, the rest one by one.
+[[gnu::target("avx2")]] void SplitPlanesAvx2(const uint8_t *bgr, int32_t n, uint8_t *planes) {
+    const __m128i spread = _mm_setr_epi8(0, 3, 6, 9, 1, 4, 7, 10, 2, 5, 8, 11, -1, -1, -1, -1);
+    uint8_t *blue = planes;
+    uint8_t *green = planes + n;
+    uint8_t *red = planes + 2 * static_cast<size_t>(n);
+    int32_t i = 0;
+    // Each group reads 28 bytes from its first pixel: it runs while they lie among the n pixels.
+    for (; (i + 8) * 3 + 4 <= n * 3; i += 8) {
+        const uint8_t *s = bgr + static_cast<size_t>(i) * 3;
+        const __m128i a = _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i *>(s)), spread);
+        const __m128i b = _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i *>(s + 12)), spread);
+        const __m128i blueGreen = _mm_unpacklo_epi32(a, b);
+        _mm_storel_epi64(reinterpret_cast<__m128i *>(blue + i), blueGreen);
+        _mm_storel_epi64(reinterpret_cast<__m128i *>(green + i), _mm_srli_si128(blueGreen, 8));
+        _mm_storel_epi64(reinterpret_cast<__m128i *>(red + i), _mm_unpackhi_epi32(a, b));
+    }
+    for (; i < n; ++i) {
+        blue[i] = bgr[3 * static_cast<size_t>(i)];
+        green[i] = bgr[3 * static_cast<size_t>(i) + 1];
+        red[i] = bgr[3 * static_cast<size_t>(i) + 2];
+    }
+}
+
+#else
+
+void SplitPlanesAvx2(const uint8_t *bgr, int32_t n, uint8_t *planes) {
+    for (int32_t i = 0; i < n; ++i) {
+        for (int32_t k = 0; k < 3; ++k) planes[static_cast<size_t>(k) * n + i] = bgr[3 * static_cast<size_t>(i) + k];
+    }
+}
+
+void RowLumasAvx2(const LumaTables &t, const uint8_t *bgr, int32_t n, uint8_t *out) {
+    RowLumasPlain(t, bgr, n, out);
+}
+
+#endif
+
+// Method 0 at 16, 24 and 32 bits over a run of whole windows: the walking position (0..8) of each
+// window's median pixel into out, from the lumas of the three rows. The key is luma x 16 +
+// position: distinct keys in the order of the stable sort. The loop writes through a local pointer
+// that nothing else reaches, so that the compiler runs a row's pixels side by side; the AVX2 copy
+// is the same loop in wider lanes.
+[[gnu::always_inline]] inline void MedianPlacesSpan(const uint8_t *__restrict lo, const uint8_t *__restrict mid,
+                                                    const uint8_t *__restrict up, int32_t from, int32_t to,
+                                                    uint8_t *__restrict out) {
+    for (int32_t i = from; i <= to; ++i) {
+        const auto key = [](uint8_t l, int16_t place) { return static_cast<int16_t>((l << 4) | place); };
+        const int16_t m = MedianOfNine(key(lo[i], 0), key(lo[i + 1], 1), key(lo[i + 2], 2), key(mid[i], 3),
+                                       key(mid[i + 1], 4), key(mid[i + 2], 5), key(up[i], 6), key(up[i + 1], 7),
+                                       key(up[i + 2], 8));
+        out[i] = static_cast<uint8_t>(m & 15);
+    }
+}
+
+void MedianPlacesPlain(const uint8_t *lo, const uint8_t *mid, const uint8_t *up, int32_t from, int32_t to,
+                       uint8_t *out) {
+    MedianPlacesSpan(lo, mid, up, from, to, out);
+}
+
+#if defined(__x86_64__) || defined(__i386__)
+[[gnu::target("avx2")]] void MedianPlacesAvx2(const uint8_t *lo, const uint8_t *mid, const uint8_t *up,
+                                              int32_t from, int32_t to, uint8_t *out) {
+    MedianPlacesSpan(lo, mid, up, from, to, out);
+}
+#else
+void MedianPlacesAvx2(const uint8_t *lo, const uint8_t *mid, const uint8_t *up, int32_t from, int32_t to,
+                      uint8_t *out) {
+    MedianPlacesSpan(lo, mid, up, from, to, out);
+}
+#endif
+
+// Method 1 over a run of whole windows of one channel plane: the new value (or the pixel's own)
+// into out, and `bit` into flag where the channel is flagged. A neighbour differs by more than t
+// exactly when the largest lies more than t above the pixel or the smallest more than t below it;
+// the differences are taken from max(hi, own) and min(lo, own) so that they never wrap.
+[[gnu::always_inline]] inline void SelectivePlaneSpan(const uint8_t *__restrict a, const uint8_t *__restrict b,
+                                                      const uint8_t *__restrict c, int32_t from, int32_t to,
+                                                      uint8_t t, uint8_t bit, uint8_t *__restrict out,
+                                                      uint8_t *__restrict flag) {
+    for (int32_t i = from; i <= to; ++i) {
+        const uint8_t own = b[i + 1];
+        const uint8_t n0 = a[i], n1 = a[i + 1], n2 = a[i + 2], n3 = b[i], n4 = b[i + 2], n5 = c[i], n6 = c[i + 1],
+                      n7 = c[i + 2];
+        const uint8_t hi = std::max(std::max(std::max(n0, n1), std::max(n2, n3)),
+                                    std::max(std::max(n4, n5), std::max(n6, n7)));
+        const uint8_t lw = std::min(std::min(std::min(n0, n1), std::min(n2, n3)),
+                                    std::min(std::min(n4, n5), std::min(n6, n7)));
+        const auto above = static_cast<uint8_t>(std::max(hi, own) - own);
+        const auto below = static_cast<uint8_t>(own - std::min(lw, own));
+        const uint8_t mask = std::max(above, below) > t ? 0xFF : 0x00;
+        const uint8_t med = FifthOfEight(n0, n1, n2, n3, n4, n5, n6, n7);
+        out[i] = static_cast<uint8_t>((med & mask) | (own & ~mask));
+        flag[i] = static_cast<uint8_t>(flag[i] | (bit & mask));
+    }
+}
+
+void SelectivePlanePlain(const uint8_t *a, const uint8_t *b, const uint8_t *c, int32_t from, int32_t to, uint8_t t,
+                         uint8_t bit, uint8_t *out, uint8_t *flag) {
+    SelectivePlaneSpan(a, b, c, from, to, t, bit, out, flag);
+}
+
+#if defined(__x86_64__) || defined(__i386__)
+[[gnu::target("avx2")]] void SelectivePlaneAvx2(const uint8_t *a, const uint8_t *b, const uint8_t *c, int32_t from,
+                                                int32_t to, uint8_t t, uint8_t bit, uint8_t *out, uint8_t *flag) {
+    SelectivePlaneSpan(a, b, c, from, to, t, bit, out, flag);
+}
+#else
+void SelectivePlaneAvx2(const uint8_t *a, const uint8_t *b, const uint8_t *c, int32_t from, int32_t to, uint8_t t,
+                        uint8_t bit, uint8_t *out, uint8_t *flag) {
+    SelectivePlaneSpan(a, b, c, from, to, t, bit, out, flag);
+}
+#endif
+
 struct RemoveNoiseOp {
     static constexpr uint8_t kFormats = kFormatFilters;
     RemoveNoiseOp(int32_t methodValue, int32_t levelValue) : methodArg(methodValue), levelArg(levelValue) {}
@@ -70,6 +244,7 @@ struct RemoveNoiseOp {
     int32_t planes = 1;
     uint8_t *results = nullptr;  // `planes` planes of box-width values
     uint8_t *flags = nullptr;    // box width: the flagged channels of method 1, bit k for channel k
+    bool avx2 = false;           // the row loops in AVX2 lanes
 
     // Low bytes; the threshold is 255 - level, as a byte.
     bool Normalise() {
@@ -85,6 +260,7 @@ struct RemoveNoiseOp {
         // The vector median compares lumas: one plane of them. Every other case compares channels.
         const bool byLuma = method == kMethodMedian && !kIsGray<Pix>;
         if (byLuma && !BuildLumaTables(luma)) return false;
+        avx2 = ProcessorHasAvx2();
         planes = byLuma ? 1 : C;
         span = img.box.x1 - img.box.x0 + 3;
         const auto s = static_cast<uint64_t>(span);
@@ -109,11 +285,24 @@ struct RemoveNoiseOp {
         rowOf[slot] = y;
         img.FetchRowClamped(y, img.box.x0 - 1, span, fetched);
         if (planes == 1 && C == 3) {
-            for (int32_t i = 0; i < span; ++i) out[i] = PixelLuma(luma, fetched + static_cast<size_t>(i) * 3);
+            if (avx2) {
+                RowLumasAvx2(luma, fetched, span, out);
+            } else {
+                RowLumasPlain(luma, fetched, span, out);
+            }
         } else {
+            if constexpr (C == 3) {
+                if (avx2) {
+                    SplitPlanesAvx2(fetched, span, out);
+                    return out;
+                }
+            }
+            // Locals, so that the stores are not taken to reach the op's own fields.
+            const int32_t n = span;
+            const uint8_t *__restrict from = fetched;
+            uint8_t *__restrict to = out;
             for (int32_t k = 0; k < C; ++k) {
-                for (int32_t i = 0; i < span; ++i)
-                    out[k * span + i] = fetched[static_cast<size_t>(i) * C + k];
+                for (int32_t i = 0; i < n; ++i) to[static_cast<size_t>(k) * n + i] = from[static_cast<size_t>(i) * C + k];
             }
         }
         return out;
@@ -134,49 +323,17 @@ struct RemoveNoiseOp {
         }
     }
 
-    // Method 0 at 16, 24 and 32 bits: the walking position (0..8) of each window's median pixel.
-    // The key is luma x 16 + position: distinct keys in the order of the stable sort.
-    void MedianPlaces(const uint8_t *__restrict lo, const uint8_t *__restrict mid,
-                      const uint8_t *__restrict up, int32_t from, int32_t to) {
-        uint8_t *__restrict out = results;
-        for (int32_t i = from; i <= to; ++i) {
-            const auto key = [](uint8_t l, int16_t place) { return static_cast<int16_t>((l << 4) | place); };
-            const int16_t m = MedianOfNine(key(lo[i], 0), key(lo[i + 1], 1), key(lo[i + 2], 2),
-                                           key(mid[i], 3), key(mid[i + 1], 4), key(mid[i + 2], 5),
-                                           key(up[i], 6), key(up[i + 1], 7), key(up[i + 2], 8));
-            out[i] = static_cast<uint8_t>(m & 15);
-        }
-    }
-
-    // Method 1: each channel plane's new value (or its own) and the flags. A neighbour differs by
-    // more than t exactly when the largest lies more than t above the pixel or the smallest more
-    // than t below it; the differences are taken from max(hi, own) and min(lo, own) so that they
-    // never wrap.
+    // Method 1: each channel plane's new value (or its own) and the flags.
     void SelectiveChannels(const uint8_t *lo, const uint8_t *mid, const uint8_t *up, int32_t from,
                            int32_t to) {
-        uint8_t *__restrict flag = flags;
-        std::fill(flag + from, flag + to + 1, uint8_t{0});
-        const uint8_t t = threshold;
+        std::fill(flags + from, flags + to + 1, uint8_t{0});
         for (int32_t k = 0; k < planes; ++k) {
-            const uint8_t *__restrict a = lo + static_cast<size_t>(k) * span;
-            const uint8_t *__restrict b = mid + static_cast<size_t>(k) * span;
-            const uint8_t *__restrict c = up + static_cast<size_t>(k) * span;
-            uint8_t *__restrict out = results + static_cast<size_t>(k) * span;
+            const size_t at = static_cast<size_t>(k) * span;
             const auto bit = static_cast<uint8_t>(1 << k);
-            for (int32_t i = from; i <= to; ++i) {
-                const uint8_t own = b[i + 1];
-                const uint8_t n0 = a[i], n1 = a[i + 1], n2 = a[i + 2], n3 = b[i], n4 = b[i + 2], n5 = c[i],
-                              n6 = c[i + 1], n7 = c[i + 2];
-                const uint8_t hi = std::max(std::max(std::max(n0, n1), std::max(n2, n3)),
-                                            std::max(std::max(n4, n5), std::max(n6, n7)));
-                const uint8_t lw = std::min(std::min(std::min(n0, n1), std::min(n2, n3)),
-                                            std::min(std::min(n4, n5), std::min(n6, n7)));
-                const auto above = static_cast<uint8_t>(std::max(hi, own) - own);
-                const auto below = static_cast<uint8_t>(own - std::min(lw, own));
-                const uint8_t mask = std::max(above, below) > t ? 0xFF : 0x00;
-                const uint8_t med = FifthOfEight(n0, n1, n2, n3, n4, n5, n6, n7);
-                out[i] = static_cast<uint8_t>((med & mask) | (own & ~mask));
-                flag[i] = static_cast<uint8_t>(flag[i] | (bit & mask));
+            if (avx2) {
+                SelectivePlaneAvx2(lo + at, mid + at, up + at, from, to, threshold, bit, results + at, flags);
+            } else {
+                SelectivePlanePlain(lo + at, mid + at, up + at, from, to, threshold, bit, results + at, flags);
             }
         }
     }
@@ -256,6 +413,65 @@ struct RemoveNoiseOp {
         if constexpr (Pix::kBytes >= 3) to[2] = from[2];
     }
 
+    // Box columns from..to of row y of the clone, each copied whole from the source pixel at the
+    // walking place its window chose (results), the offset of each place taken from a table.
+    template <class Pix>
+    void CopyPlaces(const FilterImage<Pix> &img, int32_t y, int32_t from, int32_t to, uint8_t *dstRow) const {
+        constexpr int32_t B = Pix::kBytes;
+        const auto stride = static_cast<ptrdiff_t>(img.stride);
+        ptrdiff_t offset[9];
+        for (int32_t k = 0; k < 9; ++k) offset[k] = (k / 3 - 1) * stride + (k % 3 - 1) * B;
+        const uint8_t *src = img.SrcRow(y) + static_cast<size_t>(img.box.x0) * B;
+        uint8_t *dst = dstRow + static_cast<size_t>(img.box.x0) * B;
+        const uint8_t *places = results;
+        int32_t i = from;
+        if constexpr (B == 3 && std::endian::native == std::endian::little) {
+            // Four bytes at a time: read from the byte before the pixel (a row's first pixel is
+            // preceded by the header or the row below, so the read stays in the block) and write four
+            // bytes, the fourth of which the next pixel rewrites; the last pixel writes only its own.
+            for (; i < to; ++i) {
+                uint32_t word;
+                std::memcpy(&word, src + static_cast<ptrdiff_t>(i) * 3 + offset[places[i]] - 1, 4);
+                word >>= 8;
+                std::memcpy(dst + static_cast<ptrdiff_t>(i) * 3, &word, 4);
+            }
+        } else if constexpr (B == 4 && std::endian::native == std::endian::little) {
+            // The first three bytes of the chosen pixel; the fourth keeps the copy's own.
+            for (; i <= to; ++i) {
+                uint32_t word, own;
+                uint8_t *q = dst + static_cast<ptrdiff_t>(i) * 4;
+                std::memcpy(&word, src + static_cast<ptrdiff_t>(i) * 4 + offset[places[i]], 4);
+                std::memcpy(&own, q, 4);
+                word = (word & 0x00FFFFFFu) | (own & 0xFF000000u);
+                std::memcpy(q, &word, 4);
+            }
+        }
+        for (; i <= to; ++i) {
+            const uint8_t *p = src + static_cast<ptrdiff_t>(i) * B + offset[places[i]];
+            uint8_t *q = dst + static_cast<ptrdiff_t>(i) * B;
+            q[0] = p[0];
+            q[1] = p[1];
+            if constexpr (B >= 3) q[2] = p[2];
+        }
+    }
+
+    // Method 1 at 24 and 32 bits, box columns from..to of a clone row: the three channel values
+    // (an unflagged one is the pixel's own, the byte the copy holds already); a fourth byte stays.
+    template <class Pix>
+    void StoreSelectedChannels(const FilterImage<Pix> &img, int32_t from, int32_t to, uint8_t *dstRow) const {
+        constexpr int32_t B = Pix::kBytes;
+        const size_t n = static_cast<size_t>(span);
+        const uint8_t *__restrict blue = results;
+        const uint8_t *__restrict green = results + n;
+        const uint8_t *__restrict red = results + 2 * n;
+        uint8_t *__restrict dst = dstRow + static_cast<size_t>(img.box.x0) * B;
+        for (int32_t i = from; i <= to; ++i) {
+            dst[static_cast<size_t>(i) * B] = blue[i];
+            dst[static_cast<size_t>(i) * B + 1] = green[i];
+            dst[static_cast<size_t>(i) * B + 2] = red[i];
+        }
+    }
+
     template <class Pix>
     static void StoreSelective(const FilterImage<Pix> &img, int32_t x, int32_t flagged, const uint8_t *next,
                                uint8_t *dstRow) {
@@ -287,10 +503,42 @@ struct RemoveNoiseOp {
             } else if constexpr (kIsGray<Pix>) {
                 MedianLevels(lo, mid, up, from, to);
             } else {
-                MedianPlaces(lo, mid, up, from, to);
+                if (avx2) {
+                    MedianPlacesAvx2(lo, mid, up, from, to, results);
+                } else {
+                    MedianPlacesPlain(lo, mid, up, from, to, results);
+                }
             }
         }
         uint8_t *dstRow = img.DstRow(y);
+        if constexpr (!kIsGray<Pix> && !kIs16<Pix>) {
+            if (method == kMethodSelective && img.mask.bits == nullptr) {
+                const int32_t count = img.box.x1 - x0 + 1;
+                if (from > to) {
+                    for (int32_t i = 0; i < count; ++i) EdgeSelective(img, x0 + i, y, dstRow);
+                    return;
+                }
+                for (int32_t i = 0; i < from; ++i) EdgeSelective(img, x0 + i, y, dstRow);
+                for (int32_t i = to + 1; i < count; ++i) EdgeSelective(img, x0 + i, y, dstRow);
+                StoreSelectedChannels(img, from, to, dstRow);
+                return;
+            }
+        }
+        if constexpr (!kIsGray<Pix>) {
+            if (method == kMethodMedian && img.mask.bits == nullptr) {
+                // Every pixel of the box row: the edge ones by the cut window, the others copied
+                // from the place each window chose.
+                const int32_t count = img.box.x1 - x0 + 1;
+                if (from > to) {
+                    for (int32_t i = 0; i < count; ++i) EdgeMedian(img, x0 + i, y, dstRow);
+                    return;
+                }
+                for (int32_t i = 0; i < from; ++i) EdgeMedian(img, x0 + i, y, dstRow);
+                for (int32_t i = to + 1; i < count; ++i) EdgeMedian(img, x0 + i, y, dstRow);
+                CopyPlaces(img, y, from, to, dstRow);
+                return;
+            }
+        }
         ForEachSelected(img, y, [&](int32_t x) {
             const int32_t i = x - x0;
             if (i < from || i > to) {

@@ -122,6 +122,38 @@ TEST(RemoveNoise, MatchesPlainSortsOnLargerImagesWithFewValues) {
     }
 }
 
+TEST(RemoveNoise, BoxesWithoutMaskMatchPlainSortsOnWideRows) {
+    // Boxes without a mask (the whole image, or a rectangle inside it) write whole runs of a row at
+    // once, over rows several vector groups wide; equal lumas and equal channels are made common by
+    // keeping few bits of each byte.
+    std::mt19937 rng(8006);
+    for (const FilterFormat f : kFilterFormats) {
+        for (int round = 0; round < 8; ++round) {
+            const int32_t method = round / 4;
+            const int32_t level = static_cast<int32_t>(rng() % 256);
+            const int width = 60 + static_cast<int>(rng() % 150), height = 3 + static_cast<int>(rng() % 8);
+            Bytes src = RandomFilterSource(rng, f, width, height);
+            if (round % 2 == 1) {
+                for (size_t i = PixelOffset(src); i < src.size(); ++i) src[i] = static_cast<uint8_t>(src[i] & 0x83);
+            }
+            RegionRequest region;
+            if (round % 4 >= 2) {
+                region.kind = 3;
+                const int32_t left = static_cast<int32_t>(rng() % 5), top = static_cast<int32_t>(rng() % 2);
+                region.rect = Tz3Rect{left, top, width - static_cast<int32_t>(rng() % 5), height - 1};
+            }
+            HandleGuard image(ToBlock(src));
+            HandleGuard out(RunOn(RemoveNoise(method, level), image.h, nullptr, region));
+            ASSERT_NE(out.h, nullptr);
+            ASSERT_EQ(FromBlock(out.h),
+                      RefRemoveNoise(src, WholeBox(src), FromSelection(SelectionOf(src, region)), method, level))
+                << FormatName(f) << " method " << method << " level " << level << " width " << width
+                << region.Describe();
+            ExpectCallerBlocksUnchanged(image.h, src, nullptr);
+        }
+    }
+}
+
 TEST(RemoveNoise, LevelTwoFiftyFiveReplacesEveryChannelWithADifferingNeighbour) {
     // t = 0: a pixel of 10 among neighbours of 10 and one of 11 is flagged; the fifth of the eight
     // sorted neighbours is 10.
