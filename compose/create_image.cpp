@@ -19,13 +19,6 @@
 namespace tz3 {
 namespace {
 
-// The sixteen colours, as red, green, blue. The middle level is 127, not 128: images made before
-// keep their colours.
-constexpr uint8_t kCreateImagePalette16[16][3] = {
-    {0, 0, 0},     {127, 0, 0},     {0, 127, 0},     {127, 127, 0},   {0, 0, 127}, {127, 0, 127},
-    {0, 127, 127}, {127, 127, 127}, {192, 192, 192}, {255, 0, 0},     {0, 255, 0}, {255, 255, 0},
-    {0, 0, 255},   {255, 0, 255},   {0, 255, 255},   {255, 255, 255},
-};
 constexpr uint32_t kCube = 216;
 
 void WriteEntry(uint8_t *table, uint32_t i, uint8_t red, uint8_t green, uint8_t blue) {
@@ -34,25 +27,6 @@ void WriteEntry(uint8_t *table, uint32_t i, uint8_t red, uint8_t green, uint8_t 
     e[1] = green;
     e[2] = red;
     e[3] = 0;
-}
-
-// Entry a x 36 + b x 6 + c of the cube is blue 51a, green 51b, red 51c: red changes fastest.
-void CreateImagePalette216(uint8_t *table) {
-    for (uint32_t a = 0; a < 6; ++a) {
-        for (uint32_t b = 0; b < 6; ++b) {
-            for (uint32_t c = 0; c < 6; ++c) {
-                WriteEntry(table, a * 36 + b * 6 + c, static_cast<uint8_t>(51 * c),
-                           static_cast<uint8_t>(51 * b), static_cast<uint8_t>(51 * a));
-            }
-        }
-    }
-}
-
-void CreateImagePalette16(uint8_t *table) {
-    for (uint32_t i = 0; i < 16; ++i) {
-        WriteEntry(table, i, kCreateImagePalette16[i][0], kCreateImagePalette16[i][1],
-                   kCreateImagePalette16[i][2]);
-    }
 }
 
 // Bytes of header and colour table by depth; 0 for a depth this does not make.
@@ -163,13 +137,13 @@ DibHandle CreateImage(int32_t width, int32_t height, int32_t bitCountArg, int32_
             done = CreateImageWorker<1>(dib, width, height, total, red, green, blue, noDialog);
             break;
         case 4:
-            CreateImagePalette16(table);
+            WriteFixedPalette16(table);
             done = CreateImageWorker<4>(dib, width, height, total, red, green, blue, noDialog);
             break;
         case 8:
             // The table's length must be in the header before anything looks for the pixel rows.
             WriteU32(dib + kClrUsedOffset, kCube);
-            CreateImagePalette216(table);
+            WriteFixedPalette216(table);
             done = CreateImageWorker<8>(dib, width, height, total, red, green, blue, noDialog);
             break;
         case 16:

@@ -11,18 +11,11 @@
 
 #include "convert/convert_state.h"
 #include "frame/arith.h"
+#include "frame/colour_tables.h"
 #include "frame/owners.h"
 
 namespace tz3 {
 namespace {
-
-// The 16 colours as blue, green, red. The half levels are 127, not 128: the table is this
-// library's own and its results depend on it.
-constexpr uint8_t kSixteenColours[16][3] = {
-    {0, 0, 0},       {0, 0, 127},     {0, 127, 0},     {0, 127, 127}, {127, 0, 0},     {127, 0, 127},
-    {127, 127, 0},   {127, 127, 127}, {192, 192, 192}, {0, 0, 255},   {0, 255, 0},     {0, 255, 255},
-    {255, 0, 0},     {255, 0, 255},   {255, 255, 0},   {255, 255, 255},
-};
 
 void SetEntry(uint8_t *table, int32_t i, uint8_t blue, uint8_t green, uint8_t red) {
     uint8_t *entry = table + 4 * i;
@@ -50,23 +43,10 @@ bool ConvertWithFixedPalette(ConvertState &s) {
     uint8_t *table = s.targetPalette;
     switch (s.targetBits) {
         case 8:
-            // Entry 36 i + 6 j + k holds blue level i, green level j, red level k, each the integer
-            // part of level / 5.0 x 255.0, which is level x 51 exactly.
-            for (int32_t i = 0; i < 6; ++i) {
-                for (int32_t j = 0; j < 6; ++j) {
-                    for (int32_t k = 0; k < 6; ++k) {
-                        const auto level = [](int32_t n) {
-                            return static_cast<uint8_t>(TruncToInt32(static_cast<double>(n) / 5.0 * 255.0));
-                        };
-                        SetEntry(table, 36 * i + 6 * j + k, level(i), level(j), level(k));
-                    }
-                }
-            }
+            WriteFixedPalette216(table);
             break;
         case 4:
-            for (int32_t i = 0; i < 16; ++i) {
-                SetEntry(table, i, kSixteenColours[i][0], kSixteenColours[i][1], kSixteenColours[i][2]);
-            }
+            WriteFixedPalette16(table);
             break;
         case 1:
             SetEntry(table, 0, 0, 0, 0);

@@ -103,4 +103,36 @@ bool BuildGrayLevelMap(const uint8_t *dib, GrayLevelMap &out) {
     return true;
 }
 
+namespace {
+
+// The 16 colours as blue, green, red.
+constexpr uint8_t kFixedColours16[16][3] = {
+    {0, 0, 0},       {0, 0, 127},     {0, 127, 0},     {0, 127, 127}, {127, 0, 0},     {127, 0, 127},
+    {127, 127, 0},   {127, 127, 127}, {192, 192, 192}, {0, 0, 255},   {0, 255, 0},     {0, 255, 255},
+    {255, 0, 0},     {255, 0, 255},   {255, 255, 0},   {255, 255, 255},
+};
+
+void WriteFixedEntry(uint8_t *table, int32_t i, uint8_t blue, uint8_t green, uint8_t red) {
+    uint8_t *entry = table + 4 * i;
+    entry[0] = blue;
+    entry[1] = green;
+    entry[2] = red;
+    entry[3] = 0;
+}
+
+}  // namespace
+
+void WriteFixedPalette16(uint8_t *table) {
+    for (int32_t i = 0; i < 16; ++i)
+        WriteFixedEntry(table, i, kFixedColours16[i][0], kFixedColours16[i][1], kFixedColours16[i][2]);
+}
+
+void WriteFixedPalette216(uint8_t *table) {
+    for (int32_t b = 0; b < 6; ++b)
+        for (int32_t g = 0; g < 6; ++g)
+            for (int32_t r = 0; r < 6; ++r)
+                WriteFixedEntry(table, 36 * b + 6 * g + r, static_cast<uint8_t>(51 * b), static_cast<uint8_t>(51 * g),
+                                static_cast<uint8_t>(51 * r));
+}
+
 }  // namespace tz3

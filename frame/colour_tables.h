@@ -141,4 +141,13 @@ struct GrayLevelMap {
 // memory: false, status 3, and out untouched.
 bool BuildGrayLevelMap(const uint8_t *dib, GrayLevelMap &out);
 
+// The fixed tables that new images and fixed-table reductions share, written as colour-table
+// entries (blue, green, red, 0).
+// The 16 colours hold their half levels at 127, not 128: the table is this library's own and
+// results depend on it.
+void WriteFixedPalette16(uint8_t *table);
+// The 6 x 6 x 6 cube: entry 36 b + 6 g + r holds blue 51 b, green 51 g, red 51 r (each the integer
+// part of level / 5.0 x 255.0, which is level x 51 exactly), so red changes fastest.
+void WriteFixedPalette216(uint8_t *table);
+
 }  // namespace tz3

@@ -522,3 +522,31 @@ TEST(GrayLevelMap, BlockIsFreedWhenTheRecordGoesOutOfScope) {
 }
 
 }  // namespace
+
+TEST(FixedPalettes, SixteenColoursHoldTheirHalfLevelsAt127) {
+    uint8_t table[64];
+    tz3::WriteFixedPalette16(table);
+    // Entry: blue, green, red, 0. Entry 1 is dark red, 8 the light gray, 15 white.
+    const uint8_t expected[16][3] = {{0, 0, 0},       {0, 0, 127},   {0, 127, 0},   {0, 127, 127},
+                                     {127, 0, 0},     {127, 0, 127}, {127, 127, 0}, {127, 127, 127},
+                                     {192, 192, 192}, {0, 0, 255},   {0, 255, 0},   {0, 255, 255},
+                                     {255, 0, 0},     {255, 0, 255}, {255, 255, 0}, {255, 255, 255}};
+    for (int i = 0; i < 16; ++i) {
+        for (int c = 0; c < 3; ++c) EXPECT_EQ(table[4 * i + c], expected[i][c]) << "entry " << i;
+        EXPECT_EQ(table[4 * i + 3], 0);
+    }
+}
+
+TEST(FixedPalettes, CubeRunsRedFastestInStepsOf51) {
+    uint8_t table[4 * 216];
+    tz3::WriteFixedPalette216(table);
+    for (int b = 0; b < 6; ++b)
+        for (int g = 0; g < 6; ++g)
+            for (int r = 0; r < 6; ++r) {
+                const uint8_t *e = table + 4 * (36 * b + 6 * g + r);
+                EXPECT_EQ(e[0], 51 * b);
+                EXPECT_EQ(e[1], 51 * g);
+                EXPECT_EQ(e[2], 51 * r);
+                EXPECT_EQ(e[3], 0);
+            }
+}
