@@ -23,6 +23,7 @@
 #include <cstring>
 
 #include "frame/dib.h"
+#include "frame/owners.h"
 #include "platform/companion.h"
 
 extern char **environ;
@@ -252,16 +253,10 @@ bool SettleOn(bool offersImage) {
 
 DibHandle BlockOf(const uint8_t *bytes, size_t size) {
     if (size == 0 || size > kMaxBlockBytes) return nullptr;
-    DibHandle block = Tz3GlobalAlloc(TZ3_GMEM_MOVEABLE | TZ3_GMEM_ZEROINIT, size);
-    if (block == nullptr) return nullptr;
-    void *to = Tz3GlobalLock(block);
-    if (to == nullptr) {
-        Tz3GlobalFree(block);
-        return nullptr;
-    }
-    std::memcpy(to, bytes, size);
-    Tz3GlobalUnlock(block);
-    return block;
+    OwnedBlock block(Tz3GlobalAlloc(TZ3_GMEM_MOVEABLE | TZ3_GMEM_ZEROINIT, size));
+    if (!block) return nullptr;
+    std::memcpy(block.bytes(), bytes, size);
+    return block.Release();
 }
 
 // A bitmap file: its packed bitmap is everything after the 14-byte file head.
@@ -270,36 +265,33 @@ DibHandle DibFromBmpFile(const Captured &file) {
     return BlockOf(file.data + kFileHeadBytes, file.size - kFileHeadBytes);
 }
 
+// libpng's reading state, released on every way out (freeing it twice is harmless).
+struct PngReading {
+    png_image image;
+    PngReading() {
+        std::memset(&image, 0, sizeof image);
+        image.version = PNG_IMAGE_VERSION;
+    }
+    PngReading(const PngReading &) = delete;
+    PngReading &operator=(const PngReading &) = delete;
+    ~PngReading() { png_image_free(&image); }
+};
+
 // A PNG image as a 24-bit packed bitmap; transparency is laid over black.
 DibHandle DibFromPng(const Captured &file) {
-    png_image image;
-    std::memset(&image, 0, sizeof image);
-    image.version = PNG_IMAGE_VERSION;
+    PngReading png;
+    png_image &image = png.image;
     if (png_image_begin_read_from_memory(&image, file.data, file.size) == 0) return nullptr;
     image.format = PNG_FORMAT_BGR;
     const uint64_t width = image.width;
     const uint64_t height = image.height;
-    if (width == 0 || height == 0 || width * 24 > INT32_MAX || height > INT32_MAX) {
-        png_image_free(&image);
-        return nullptr;
-    }
+    if (width == 0 || height == 0 || width * 24 > INT32_MAX || height > INT32_MAX) return nullptr;
     const auto stride = static_cast<uint64_t>(DibRowBytes(24, static_cast<int32_t>(width)));
     const uint64_t total = kHeaderBytes + stride * height;
-    if (total > kMaxBlockBytes) {
-        png_image_free(&image);
-        return nullptr;
-    }
-    DibHandle block = Tz3GlobalAlloc(TZ3_GMEM_MOVEABLE | TZ3_GMEM_ZEROINIT, static_cast<size_t>(total));
-    if (block == nullptr) {
-        png_image_free(&image);
-        return nullptr;
-    }
-    auto *dib = static_cast<uint8_t *>(Tz3GlobalLock(block));
-    if (dib == nullptr) {
-        png_image_free(&image);
-        Tz3GlobalFree(block);
-        return nullptr;
-    }
+    if (total > kMaxBlockBytes) return nullptr;
+    OwnedBlock block(Tz3GlobalAlloc(TZ3_GMEM_MOVEABLE | TZ3_GMEM_ZEROINIT, static_cast<size_t>(total)));
+    if (!block) return nullptr;
+    uint8_t *dib = block.bytes();
     WriteU32(dib, kHeaderBytes);
     WriteU32(dib + kWidthOffset, static_cast<uint32_t>(width));
     WriteU32(dib + kHeightOffset, static_cast<uint32_t>(height));
@@ -307,14 +299,9 @@ DibHandle DibFromPng(const Captured &file) {
     WriteU16(dib + kBitCountOffset, 24);
     WriteU32(dib + kSizeImageOffset, static_cast<uint32_t>(stride * height));
     // A negative stride asks for the bottom row first, as packed bitmaps lie.
-    const int ok = png_image_finish_read(&image, nullptr, dib + kHeaderBytes, -static_cast<png_int_32>(stride), nullptr);
-    Tz3GlobalUnlock(block);
-    if (ok == 0) {
-        png_image_free(&image);
-        Tz3GlobalFree(block);
+    if (png_image_finish_read(&image, nullptr, dib + kHeaderBytes, -static_cast<png_int_32>(stride), nullptr) == 0)
         return nullptr;
-    }
-    return block;
+    return block.Release();
 }
 
 }  // namespace

@@ -52,8 +52,9 @@ bool ResolveSelectionShape(const uint8_t *dib, uint8_t kind, const Tz3Point *poi
 int32_t HandOutPair(bool ran, const DibPair &pair, DibPair *out) {
     if (!ran) return 0;
     if (out == nullptr) {
-        if (pair.image != nullptr) Tz3GlobalFree(pair.image);
-        if (pair.mask != nullptr) Tz3GlobalFree(pair.mask);
+        // Nobody can take the results, so they are freed here.
+        BlockOwner image(pair.image);
+        BlockOwner mask(pair.mask);
         SetErrorStatus(TZ3_BAD_PARAMETER);
         return 0;
     }
